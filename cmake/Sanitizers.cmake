@@ -1,0 +1,10 @@
+# The sanitizers apply to every target, third-party headers included, so they are set globally.
+if(FSYS_SANITIZE STREQUAL "address-undefined")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(FSYS_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(FSYS_SANITIZE)
+  message(FATAL_ERROR "FSYS_SANITIZE is '${FSYS_SANITIZE}'; use address-undefined, thread or nothing")
+endif()

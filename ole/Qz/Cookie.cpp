@@ -1,0 +1,162 @@
+#include "Qz/Cookie.h"
+
+#include "Qz/Utf8.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <exception>
+#include <optional>
+#include <random>
+#include <string_view>
+
+namespace {
+
+constexpr std::size_t clipDigits = 16;
+constexpr std::size_t channelDigits = 2;
+constexpr std::size_t completeLength = 1 + clipDigits + channelDigits;
+
+constexpr bool canHold(CookieType type) { return type == CookieTypeVision || type == CookieTypeSound; }
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::optional<unsigned> digitValue(char digit)
+{
+    if (digit >= '0' && digit <= '9')
+        return static_cast<unsigned>(digit - '0');
+    if (digit >= 'A' && digit <= 'F')
+        return static_cast<unsigned>(digit - 'A' + 10);
+    if (digit >= 'a' && digit <= 'f')
+        return static_cast<unsigned>(digit - 'a' + 10);
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> parseHex(std::string_view digits)
+{
+    std::uint64_t value = 0;
+    for (const char digit : digits) {
+        const std::optional<unsigned> part = digitValue(digit);
+        if (!part)
+            return std::nullopt;
+        value = value << 4 | *part;
+    }
+    return value;
+}
+
+std::optional<CookieType> parseType(char letter)
+{
+    if (letter == 'V' || letter == 'v')
+        return CookieTypeVision;
+    if (letter == 'S' || letter == 's')
+        return CookieTypeSound;
+    return std::nullopt;
+}
+
+Cookie parseShort(std::string_view text)
+{
+    const std::optional<std::uint64_t> clip = parseHex(text);
+    return clip ? Cookie(CookieTypeVision, *clip, 0) : Cookie();
+}
+
+Cookie parseComplete(std::string_view text)
+{
+    const std::optional<CookieType> type = parseType(text[0]);
+    const std::optional<std::uint64_t> clip = parseHex(text.substr(1, clipDigits));
+    const std::optional<std::uint64_t> channel = parseHex(text.substr(1 + clipDigits));
+    if (!type || !clip || !channel)
+        return {};
+    return {*type, *clip, static_cast<unsigned char>(*channel)};
+}
+
+Cookie parse(std::string_view text, bool complete)
+{
+    const std::string_view stem = withoutBlanks(text);
+    if (stem.size() == completeLength)
+        return parseComplete(stem);
+    if (stem.size() == clipDigits && !complete)
+        return parseShort(stem);
+    return {};
+}
+
+void writeHex(char* end, std::size_t digits, std::uint64_t value)
+{
+    for (; digits > 0; --digits, value >>= 4)
+        *--end = "0123456789ABCDEF"[value & 0xF];
+}
+
+// Spreads every input bit over the whole result.
+std::uint64_t mixed(std::uint64_t value)
+{
+    value = (value ^ value >> 32) * 0xD6E8FEB86659FD93u;
+    value = (value ^ value >> 32) * 0xD6E8FEB86659FD93u;
+    return value ^ value >> 32;
+}
+
+std::uint64_t randomBits() noexcept
+{
+    try {
+        std::random_device source;
+        return std::uint64_t{source()} << 32 | source();
+    } catch (const std::exception&) {
+        return 0;  // time and counter remain
+    }
+}
+
+}  // namespace
+
+Cookie::Cookie(CookieType type, std::uint64_t clip, unsigned char channel) noexcept
+{
+    if (!canHold(type))
+        return;
+    clip_ = clip;
+    type_ = type;
+    channel_ = channel;
+}
+
+Cookie::Cookie(const LightweightString<char>& text, bool complete) : Cookie(parse(text.view(), complete)) {}
+
+Cookie::Cookie(const LightweightString<wchar_t>& text, bool complete) : Cookie(toUTF8(text), complete) {}
+
+Cookie Cookie::makeNew(CookieType type)
+{
+    // Random bits tell machines and forked processes apart; time and counter keep the calls of one
+    // process apart even where the source of randomness is poor.
+    static std::atomic<std::uint64_t> calls{0};
+    const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+    const std::uint64_t moment = mixed(static_cast<std::uint64_t>(now)) + mixed(++calls);
+    return {type, randomBits() ^ moment, 0};
+}
+
+LightweightString<char> Cookie::asString(bool complete) const
+{
+    if (!valid())
+        return "";
+    std::array<char, completeLength> text{};
+    text[0] = type_;
+    writeHex(text.data() + 1 + clipDigits, clipDigits, clip_);
+    writeHex(text.data() + completeLength, channelDigits, channel_);
+    const std::string_view whole(text.data(), text.size());
+    return complete ? whole : whole.substr(1, clipDigits);
+}
+
+LightweightString<wchar_t> Cookie::asWString() const { return fromUTF8(asString(true)); }
+
+int Cookie::compare(const Cookie& other) const noexcept
+{
+    if (clip_ != other.clip_)
+        return clip_ < other.clip_ ? -1 : 1;
+    if (type_ != other.type_)
+        return type_ < other.type_ ? -1 : 1;
+    return static_cast<int>(channel_) - static_cast<int>(other.channel_);
+}
+
+Cookie convertCookie(const Cookie& cookie, CookieType type, unsigned char channel)
+{
+    return cookie.valid() ? Cookie(type, cookie.getClip(), channel) : Cookie();
+}

@@ -1,0 +1,7 @@
+#include "Qz/InternalRefCount.h"
+
+namespace Qz {
+
+InternalRefCount::~InternalRefCount() = default;
+
+}  // namespace Qz

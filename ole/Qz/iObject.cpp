@@ -1,0 +1,3 @@
+#include "Qz/iObject.h"
+
+iObject::~iObject() = default;
