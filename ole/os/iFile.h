@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Qz/Ptr.h"
+#include "Qz/iObject.h"
+#include "os/Export.h"
+#include "os/iAsyncContext.h"
+
+#include <cstddef>
+#include <cstdint>
+
+// FILE_INFO: what getInfo fills in. The size stands first; callers that know only the size rely on it.
+struct FILE_INFO
+{
+    std::uint64_t size = 0;       // bytes
+    std::int64_t modifiedNs = 0;  // nanoseconds since 1970
+    std::uint64_t inode = 0;
+    std::uint64_t device = 0;
+};
+
+// iFile: an open file of the platform.
+//
+// Threads:    positioned operations from any threads at once.
+// Lifetime:   closed by the last reference. Accepted transfers finish on references of their own, and
+//             their completions are still delivered.
+// Errors:     an operation that fails sets the thread's last error (LastError.h).
+// Positions:  bytes from the start; a position above 2^63 - 1 fails with EINVAL.
+class OS_API iFile : public iObject
+{
+public:
+    [[nodiscard]] virtual bool isOpen() const = 0;
+
+    // Reads up to count bytes at position. True when at least one byte was read, or count is 0; false at
+    // the end of the file and on errors. Short only at the end of the file. *done, where given, tells the
+    // bytes read, also after a failure.
+    virtual bool read(std::uint64_t position, void* buffer, std::size_t count, std::size_t* done) = 0;
+
+    // Writes count bytes at position, extending the file where needed. True when all were written;
+    // *done, where given, tells the bytes written, also after a failure.
+    virtual bool write(std::uint64_t position, const void* buffer, std::size_t count, std::size_t* done) = 0;
+
+    // False leaves *info untouched.
+    virtual bool getInfo(FILE_INFO* info) = 0;
+    // Size now, in bytes; 0 on failure.
+    [[nodiscard]] virtual std::uint64_t getSize() = 0;
+
+    // Bit 0 (os::capabilityAsync): the file can serve asynchronous transfers. This describes the file,
+    // not the mode of this handle: a regular file answers 1 however it was opened, directly opened
+    // files (pipes, devices) answer 0.
+    [[nodiscard]] virtual unsigned getAsyncCapability() const = 0;
+
+    // Starts a transfer. True: accepted, and exactly one completion will be delivered on a thread of the
+    // attached port, never inside this call. False: refused, last error set, no completion.
+    // Refused are closed files, files not opened with os::modeAsync, and files without a live port.
+    // The completion of a transfer that moved all bytes, or as many as the file holds, is a success; a
+    // read at or past the end succeeds with 0 bytes. Bytes of the buffer behind those counted are zero
+    // or untouched, never old contents of other files.
+    // REQUIRES: buffer stays valid until the completion has been executed.
+    virtual bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
+                           const Qz::Ptr<iAsyncContext>& context) = 0;
+    virtual bool asyncWrite(std::uint64_t position, const void* buffer, std::size_t count,
+                            const Qz::Ptr<iAsyncContext>& context) = 0;
+
+    // Reads, writes and transfers fail from here on; accepted transfers go on. The descriptor goes when
+    // the last of them is done.
+    virtual void close() = 0;
+};

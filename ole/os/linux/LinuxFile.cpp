@@ -1,0 +1,234 @@
+#include "os/linux/LinuxFile.h"
+
+#include "os/Codes.h"
+#include "os/LastError.h"
+#include "os/linux/LinuxAsyncContext.h"
+#include "os/linux/PortState.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool failWith(int errorNumber)
+{
+    setLastErrno(errorNumber);
+    return false;
+}
+
+std::uint64_t unsignedSize(const struct stat& status)
+{
+    return status.st_size > 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+}  // namespace
+
+LinuxFile::LinuxFile(const Qz::Ptr<SharedDescriptor>& descriptor, unsigned mode)
+    : descriptor_(descriptor), mode_(mode), capability_(descriptor->isRegular() ? os::capabilityAsync : 0)
+{}
+
+Qz::Ptr<SharedDescriptor> LinuxFile::descriptor() const
+{
+    const std::lock_guard guard(mutex_);
+    return descriptor_;
+}
+
+bool LinuxFile::isOpen() const { return static_cast<bool>(descriptor()); }
+
+unsigned LinuxFile::getAsyncCapability() const { return capability_; }
+
+bool LinuxFile::transferNow(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
+                            std::size_t* done)
+{
+    if (done)
+        *done = 0;
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    if (!file)
+        return failWith(EBADF);
+    Transfer transfer(file.get(), kind, position, buffer, count);
+    if (!transfer.isValid())
+        return failWith(EINVAL);
+    transfer.stayBuffered();
+    if (count > 0)
+        runTransfer(transfer);
+    if (done)
+        *done = transfer.done();
+    if (!transfer.succeeded())
+        return failWith(transfer.error());
+    if (count > 0 && transfer.done() == 0)
+        return failWith(ENODATA);
+    return true;
+}
+
+bool LinuxFile::read(std::uint64_t position, void* buffer, std::size_t count, std::size_t* done)
+{
+    return transferNow(TransferKind::read, position, buffer, count, done);
+}
+
+bool LinuxFile::write(std::uint64_t position, const void* buffer, std::size_t count, std::size_t* done)
+{
+    return transferNow(TransferKind::write, position, const_cast<void*>(buffer), count, done);
+}
+
+bool LinuxFile::getInfo(FILE_INFO* info)
+{
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    if (!file)
+        return failWith(EBADF);
+    struct stat status = {};
+    if (fstat(file->fd(), &status) != 0)
+        return failWith(errno);
+    info->size = unsignedSize(status);
+    info->modifiedNs = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+    info->inode = status.st_ino;
+    info->device = status.st_dev;
+    return true;
+}
+
+std::uint64_t LinuxFile::getSize()
+{
+    FILE_INFO info;
+    return getInfo(&info) ? info.size : 0;
+}
+
+bool LinuxFile::startTransfer(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
+                              const Qz::Ptr<iAsyncContext>& context)
+{
+    Qz::Ptr<SharedDescriptor> file;
+    Qz::Ptr<PortState> port;
+    {
+        const std::lock_guard guard(mutex_);
+        file = descriptor_;
+        port = port_;
+    }
+    if (!file || !port)
+        return failWith(EBADF);
+    const Transfer transfer(file.get(), kind, position, buffer, count);
+    // A completion counts its bytes in 32 bits.
+    if (!transfer.isValid() || count > std::numeric_limits<unsigned>::max())
+        return failWith(EINVAL);
+    auto* started = dynamic_cast<LinuxAsyncContext*>(context.get());
+    if (!started)
+        return failWith(EINVAL);
+    if (!started->begin(file, transfer))
+        return failWith(EBUSY);
+    if (port->submit(started))
+        return true;
+    started->abandon();
+    return failWith(EBADF);
+}
+
+bool LinuxFile::asyncRead(std::uint64_t position, void* buffer, std::size_t count,
+                          const Qz::Ptr<iAsyncContext>& context)
+{
+    return startTransfer(TransferKind::read, position, buffer, count, context);
+}
+
+bool LinuxFile::asyncWrite(std::uint64_t position, const void* buffer, std::size_t count,
+                           const Qz::Ptr<iAsyncContext>& context)
+{
+    return startTransfer(TransferKind::write, position, const_cast<void*>(buffer), count, context);
+}
+
+void LinuxFile::close()
+{
+    Qz::Ptr<SharedDescriptor> last;
+    const std::lock_guard guard(mutex_);
+    last.swap(descriptor_);
+}
+
+bool LinuxFile::attachTo(const Qz::Ptr<PortState>& port)
+{
+    const std::lock_guard guard(mutex_);
+    if (!descriptor_ || port_ || (mode_ & os::modeAsync) == 0 || capability_ == 0)
+        return false;
+    port_ = port;
+    return true;
+}
+
+namespace {
+
+int accessFlags(unsigned access)
+{
+    // A writer reads as well where it may: nothing that is opened for writing is then left without a way
+    // to look at what is there.
+    return (access & os::accessWrite) != 0 ? O_RDWR : O_RDONLY;
+}
+
+// Negative for a code that does not exist.
+int creationFlags(unsigned creation)
+{
+    switch (creation) {
+    case os::creationOpen:
+        return 0;
+    case os::creationNew:
+        return O_CREAT | O_EXCL;
+    case os::creationOpenOrNew:
+    case os::creationOpenOrNewRW:
+        return O_CREAT;
+    default:
+        return -1;
+    }
+}
+
+int openDescriptor(const std::string& path, unsigned access, int creation)
+{
+    constexpr mode_t everybody = 0666;
+    // O_NONBLOCK: a pipe or a device that stands where a file is expected must not hold the caller.
+    const int others = creation | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    int fd = ::open(path.c_str(), accessFlags(access) | others, everybody);
+    if (fd < 0 && errno == EACCES && (access & os::accessReadWrite) == os::accessWrite)
+        fd = ::open(path.c_str(), O_WRONLY | others, everybody);
+    return fd;
+}
+
+// errno of what forbids the use of an open descriptor, 0 for nothing.
+int prepareDescriptor(int fd)
+{
+    struct stat status = {};
+    if (fstat(fd, &status) != 0)
+        return errno;
+    if (S_ISDIR(status.st_mode))
+        return EISDIR;
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0)
+        return errno;
+    return 0;
+}
+
+void takeOwnership(int fd)
+{
+    // Best effort: only a privileged caller can change it, and only where it differs.
+    static_cast<void>(fchown(fd, geteuid(), getegid()) == 0);
+}
+
+}  // namespace
+
+Qz::Ptr<iFile> openLinuxFile(const std::string& utf8Path, unsigned access, unsigned creation, unsigned mode,
+                             bool forceWorkers)
+{
+    const int flags = creationFlags(creation);
+    if (flags < 0) {
+        setLastErrno(EINVAL);
+        return {};
+    }
+    const int fd = openDescriptor(utf8Path, access, flags);
+    if (fd < 0) {
+        setLastErrno(errno);
+        return {};
+    }
+    if (const int error = prepareDescriptor(fd)) {
+        ::close(fd);
+        setLastErrno(error);
+        return {};
+    }
+    if ((mode & os::modeSetOwner) != 0)
+        takeOwnership(fd);
+    const Qz::Ptr<SharedDescriptor> descriptor(new SharedDescriptor(fd, forceWorkers));
+    if ((mode & os::modeUnbuffered) != 0)
+        descriptor->enableDirect();
+    return Qz::Ptr<iFile>(new LinuxFile(descriptor, mode));
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Qz/Ptr.h"
+#include "os/iFile.h"
+#include "os/linux/SharedDescriptor.h"
+
+#include <mutex>
+#include <string>
+
+class PortState;
+
+// LinuxFile: a file of the kernel.
+//
+// Threads:    any. mutex_ guards which descriptor and port are in use, never a transfer.
+// Ownership:  shares its descriptor with the transfers that it started, so that closing the file leaves
+//             them whole.
+class LinuxFile final : public iFile
+{
+public:
+    LinuxFile(const Qz::Ptr<SharedDescriptor>& descriptor, unsigned mode);
+
+    [[nodiscard]] bool isOpen() const override;
+    bool read(std::uint64_t position, void* buffer, std::size_t count, std::size_t* done) override;
+    bool write(std::uint64_t position, const void* buffer, std::size_t count, std::size_t* done) override;
+    bool getInfo(FILE_INFO* info) override;
+    [[nodiscard]] std::uint64_t getSize() override;
+    [[nodiscard]] unsigned getAsyncCapability() const override;
+    bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
+                   const Qz::Ptr<iAsyncContext>& context) override;
+    bool asyncWrite(std::uint64_t position, const void* buffer, std::size_t count,
+                    const Qz::Ptr<iAsyncContext>& context) override;
+    void close() override;
+
+    // Transfers are reported at port from now on. False when the file is closed, serves no asynchronous
+    // transfers, or has a port already, be it a dead one.
+    bool attachTo(const Qz::Ptr<PortState>& port);
+
+private:
+    Qz::Ptr<SharedDescriptor> descriptor() const;
+    bool transferNow(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
+                     std::size_t* done);
+    bool startTransfer(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
+                       const Qz::Ptr<iAsyncContext>& context);
+
+    mutable std::mutex mutex_;
+    Qz::Ptr<SharedDescriptor> descriptor_;  // empty once closed
+    Qz::Ptr<PortState> port_;
+    const unsigned mode_;
+    const unsigned capability_;
+};
+
+// Opens a path that is given as the kernel takes it; codes in Codes.h. Never truncates, never waits for
+// the other end of a pipe, refuses folders. forceWorkers is for file systems whose server may stop
+// answering (network, FUSE): transfers never run inside the call that starts them, and none is unbuffered.
+// Empty on failure, last error set.
+[[nodiscard]] Qz::Ptr<iFile> openLinuxFile(const std::string& utf8Path, unsigned access, unsigned creation,
+                                           unsigned mode, bool forceWorkers);

@@ -1,0 +1,189 @@
+#include "os/linux/PageCache.h"
+
+#include "os/LastError.h"
+#include "os/linux/MemoryPoison.h"
+#include "os/linux/ThreadName.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <sys/mman.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+std::size_t pageSize()
+{
+    static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return size;
+}
+
+}  // namespace
+
+void* PageCache::take(void* wish, std::size_t size)
+{
+    const std::size_t page = pageSize();
+    if (size == 0 || size > std::numeric_limits<std::size_t>::max() - page) {
+        setLastErrno(EINVAL);
+        return nullptr;
+    }
+    const std::size_t whole = (size + page - 1) / page * page;
+    void* block = nullptr;
+    {
+        const std::lock_guard guard(mutex_);
+        block = takeKept(whole);
+        if (!block)
+            return mapNew(wish, whole);
+    }
+    unpoisonMemory(block, whole);
+    std::memset(static_cast<std::byte*>(block) + size, 0, whole - size);
+    return block;
+}
+
+void* PageCache::takeKept(std::size_t size)
+{
+    const auto found = kept_.find(size);
+    if (found == kept_.end() || found->second.empty())
+        return nullptr;
+    // The newest one is the likeliest to be in the processor's cache.
+    void* block = found->second.back().block;
+    found->second.pop_back();
+    keptBytes_ -= size;
+    blocks_.find(block)->second.live = true;
+    ++live_;
+    return block;
+}
+
+void* PageCache::mapNew(void* wish, std::size_t size)
+{
+    void* block = mmap(wish, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) {
+        setLastErrno(errno);
+        return nullptr;
+    }
+    blocks_.insert({block, {size, true}});
+    ++live_;
+    return block;
+}
+
+void PageCache::forget(void* block, Mappings& gone)
+{
+    const auto found = blocks_.find(block);
+    gone.push_back({block, found->second.size});
+    blocks_.erase(found);
+}
+
+void PageCache::unmap(const Mappings& gone)
+{
+    for (const Mapping& mapping : gone) {
+        unpoisonMemory(mapping.block, mapping.size);
+        munmap(mapping.block, mapping.size);
+    }
+}
+
+bool PageCache::give(void* block)
+{
+    Mappings gone;
+    {
+        const std::lock_guard guard(mutex_);
+        const auto found = blocks_.find(block);
+        if (found == blocks_.end() || !found->second.live) {
+            setLastErrno(EINVAL);
+            return false;
+        }
+        --live_;
+        found->second.live = false;
+        keep(block, found->second.size, gone);
+    }
+    unmap(gone);
+    return true;
+}
+
+void PageCache::keep(void* block, std::size_t size, Mappings& gone)
+{
+    if (size > keptBytesMax) {
+        forget(block, gone);
+        return;
+    }
+    while (keptBytes_ + size > keptBytesMax)
+        dropOldest(gone);
+    poisonMemory(block, size);
+    kept_[size].push_back({block, Clock::now()});
+    keptBytes_ += size;
+    startTrimming();
+}
+
+void PageCache::dropOldest(Mappings& gone)
+{
+    auto oldest = kept_.end();
+    for (auto i = kept_.begin(); i != kept_.end(); ++i) {
+        if (i->second.empty())
+            continue;
+        if (oldest == kept_.end() || i->second.front().since < oldest->second.front().since)
+            oldest = i;
+    }
+    forget(oldest->second.front().block, gone);
+    oldest->second.erase(oldest->second.begin());
+    keptBytes_ -= oldest->first;
+    if (oldest->second.empty())
+        kept_.erase(oldest);
+}
+
+void PageCache::trim(Clock::time_point keptBefore)
+{
+    Mappings gone;
+    {
+        const std::lock_guard guard(mutex_);
+        for (auto i = kept_.begin(); i != kept_.end();) {
+            std::vector<Kept>& kept = i->second;
+            const auto newer = std::find_if(kept.begin(), kept.end(),
+                                            [=](const Kept& one) { return one.since > keptBefore; });
+            std::for_each(kept.begin(), newer, [&](const Kept& one) { forget(one.block, gone); });
+            keptBytes_ -= i->first * static_cast<std::size_t>(newer - kept.begin());
+            kept.erase(kept.begin(), newer);
+            i = kept.empty() ? kept_.erase(i) : std::next(i);
+        }
+    }
+    unmap(gone);
+}
+
+void PageCache::startTrimming()
+{
+    if (trimming_)
+        return;
+    try {
+        std::thread([this] { trimLoop(); }).detach();
+        trimming_ = true;
+    } catch (const std::system_error&) {
+        // The bound holds without it; the next block that comes back tries again.
+    }
+}
+
+void PageCache::trimLoop()
+{
+    nameThisThread("page trimmer");
+    for (;;) {
+        std::this_thread::sleep_for(restMax / 2);
+        trim(Clock::now() - restMax);
+        const std::lock_guard guard(mutex_);
+        if (keptBytes_ == 0) {
+            trimming_ = false;
+            return;
+        }
+    }
+}
+
+std::size_t PageCache::liveBlocks()
+{
+    const std::lock_guard guard(mutex_);
+    return live_;
+}
+
+std::size_t PageCache::keptBytes()
+{
+    const std::lock_guard guard(mutex_);
+    return keptBytes_;
+}

@@ -1,0 +1,281 @@
+#include "os/linux/PortState.h"
+
+#include "os/LastError.h"
+#include "os/linux/SubmissionHold.h"
+#include "os/linux/ThreadName.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <system_error>
+
+namespace {
+
+constexpr unsigned closedBit = 1;
+constexpr unsigned oneEntry = 2;
+// The submitting thread and the transfer each hold the port: a transfer may be delivered before the call
+// that submits it has come back.
+constexpr unsigned entriesPerTransfer = 2;
+constexpr auto stuckAfter = std::chrono::milliseconds(100);
+
+// The port whose thread this is; null on all other threads.
+thread_local const PortState* portOfThisThread = nullptr;
+
+}  // namespace
+
+PortState::PortState(IoBackend backend, const char* name, const IOCompletionCommand& command,
+                     unsigned minThreads)
+    : name_(name ? name : ""),
+      command_(command),
+      minThreads_(std::clamp(minThreads, 1U, threadsMax)),
+      backend_(makeBackend(backend, name_.c_str(), *this))
+{}
+
+PortState::~PortState() = default;
+
+void PortState::start()
+{
+    const Lock lock(mutex_);
+    while (threads_.size() < minThreads_ && addThread()) {
+    }
+    if (threads_.empty()) {
+        word_.fetch_or(closedBit);
+        return;
+    }
+    try {
+        watcher_ = std::thread([self = Qz::Ptr<PortState>(this)] {
+            nameThisThread(self->name_.c_str());
+            Lock watcherLock(self->mutex_);
+            self->watchLoop(watcherLock);
+        });
+    } catch (const std::system_error&) {
+        // The port works without growth.
+    }
+}
+
+bool PortState::addThread()
+{
+    try {
+        threads_.emplace_back([self = Qz::Ptr<PortState>(this)] {
+            portOfThisThread = self.get();
+            nameThisThread(self->name_.c_str());
+            Lock threadLock(self->mutex_);
+            self->deliverLoop(threadLock);
+        });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+unsigned PortState::threadCount()
+{
+    const Lock lock(mutex_);
+    return static_cast<unsigned>(threads_.size());
+}
+
+// --- what keeps the port from ending
+
+bool PortState::isOpen() const { return (word_.load(std::memory_order_acquire) & closedBit) == 0; }
+
+unsigned PortState::entered() const { return word_.load(std::memory_order_acquire) / oneEntry; }
+
+bool PortState::enter(unsigned entries)
+{
+    if ((word_.fetch_add(entries * oneEntry, std::memory_order_acq_rel) & closedBit) == 0)
+        return true;
+    leave(entries);
+    return false;
+}
+
+void PortState::leave(unsigned entries)
+{
+    if ((word_.fetch_sub(entries * oneEntry, std::memory_order_acq_rel) & closedBit) == 0)
+        return;
+    const Lock lock(mutex_);
+    drained_.notify_all();
+}
+
+bool PortState::hold() { return enter(1); }
+
+void PortState::releaseHeld()
+{
+    backend_->flush();
+    leave(1);
+}
+
+bool PortState::submit(LinuxAsyncContext* transfer)
+{
+    const bool more = SubmissionHold::holdsFor(this);
+    if (!enter(entriesPerTransfer))
+        return false;
+    backend_->submit(transfer, more);
+    leave(1);
+    return true;
+}
+
+// --- delivery
+
+void PortState::takeFinished(TransferList& finished)
+{
+    const Lock lock(mutex_);
+    ready_.append(finished);
+    wakeOneIfNeeded();
+    watchIfAllBusy();
+}
+
+void PortState::wakeOneIfNeeded()
+{
+    if (asleep_ > 0 && (!ready_.empty() || !collecting_))
+        work_.notify_one();
+}
+
+void PortState::deliverLoop(Lock& lock)
+{
+    while (!ending_) {
+        if (LinuxAsyncContext* transfer = ready_.pop()) {
+            runCommand(lock, transfer);
+        } else if (!collecting_) {
+            waitForFinished(lock);
+        } else if (threads_.size() > minThreads_) {
+            leaveThreads();
+            return;
+        } else {
+            ++asleep_;
+            work_.wait(lock);
+            --asleep_;
+        }
+    }
+}
+
+void PortState::waitForFinished(Lock& lock)
+{
+    collecting_ = true;
+    lock.unlock();
+    TransferList finished;
+    backend_->collect(finished);
+    lock.lock();
+    collecting_ = false;
+    ready_.append(finished);
+}
+
+void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
+{
+    ++busy_;
+    wakeOneIfNeeded();
+    watchIfAllBusy();
+    lock.unlock();
+    {
+        Transfer outcome;
+        transfer->transfer().clearRest();
+        const Qz::Ptr<LinuxAsyncContext> context = transfer->finish(outcome);
+        const unsigned bytes = outcome.succeeded() ? static_cast<unsigned>(outcome.done()) : 0;
+        CompletionPortHandlerCallbackContext parameter(outcome.succeeded(), bytes, context->getOwner());
+        if (!outcome.succeeded())
+            setLastErrno(outcome.error());
+        // The owner may be gone when this returns.
+        command_.execute(parameter);
+    }
+    leave(1);
+    lock.lock();
+    --busy_;
+    ++returned_;
+}
+
+void PortState::leaveThreads()
+{
+    const auto self = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
+        return thread.get_id() == std::this_thread::get_id();
+    });
+    if (self == threads_.end())
+        return;
+    left_.push_back(std::move(*self));
+    threads_.erase(self);
+}
+
+// --- growth
+
+bool PortState::allBusy() const
+{
+    // The thread in the backend does not see what came from elsewhere.
+    const unsigned away = collecting_ && !ready_.empty() ? 1 : 0;
+    return busy_ + away >= threads_.size();
+}
+
+void PortState::watchIfAllBusy()
+{
+    if (watching_ || !allBusy())
+        return;
+    watching_ = true;
+    returnedAtLastLook_ = returned_;
+    watch_.notify_one();
+}
+
+void PortState::watchLoop(Lock& lock)
+{
+    while (!ending_) {
+        if (!watching_) {
+            watch_.wait(lock);
+            continue;
+        }
+        const auto until = std::chrono::steady_clock::now() + stuckAfter;
+        while (!ending_ && watch_.wait_until(lock, until) == std::cv_status::no_timeout) {
+        }
+        watching_ = allBusy();
+        if (watching_ && !ending_)
+            growIfStuck();
+        returnedAtLastLook_ = returned_;
+    }
+}
+
+void PortState::growIfStuck()
+{
+    const bool stuck = returned_ == returnedAtLastLook_;
+    const bool waiting = !ready_.empty() || (!collecting_ && backend_->hasFinished());
+    if (!stuck || !waiting || threads_.size() >= threadsMax)
+        return;
+    // Those that left are past their last use of the lock.
+    for (std::thread& thread : left_)
+        thread.join();
+    left_.clear();
+    addThread();
+}
+
+// --- end
+
+void PortState::shutDown()
+{
+    SubmissionHold::releaseOnThisThread();
+    if ((word_.fetch_or(closedBit, std::memory_order_acq_rel) & closedBit) != 0)
+        return;
+    const unsigned own = portOfThisThread == this ? 1 : 0;
+    backend_->flush();
+    {
+        Lock lock(mutex_);
+        drained_.wait(lock, [this, own] { return entered() <= own; });
+        ending_ = true;
+        work_.notify_all();
+        watch_.notify_all();
+    }
+    backend_->interrupt();
+    joinThreads();
+    backend_.reset();
+}
+
+void PortState::joinThreads()
+{
+    std::vector<std::thread> ended;
+    {
+        const Lock lock(mutex_);
+        ended.swap(threads_);
+        std::move(left_.begin(), left_.end(), std::back_inserter(ended));
+        left_.clear();
+        ended.push_back(std::move(watcher_));
+    }
+    for (std::thread& thread : ended) {
+        if (thread.get_id() == std::this_thread::get_id())
+            thread.detach();
+        else if (thread.joinable())
+            thread.join();
+    }
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "Qz/InternalRefCount.h"
+#include "Qz/Ptr.h"
+#include "os/CompletionPortHandler.h"
+#include "os/linux/BackendSelect.h"
+#include "os/linux/TransferBackend.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// PortState: the inside of a completion port, shared by the port, its threads and the attached files.
+//
+// The threads take turns: one sleeps in the backend for finished transfers, one runs the command for each
+// of them, the others sleep. A thread that goes to run a command wakes another one when there is
+// something left to do, so that a command that blocks holds up nobody.
+// Growth:     a watching thread adds one while completions wait, all threads are in commands, and none
+//             has come back for 100 ms. A thread above the minimum leaves when it finds nothing to do.
+// Threads:    any, also the port's own.
+// Locks:      mutex_ is held neither while a command runs nor while the backend works.
+// Lifetime:   start before use; shutDown before the last reference goes. Each thread keeps a reference.
+class PortState final : public Qz::InternalRefCount, private TransferSink
+{
+public:
+    static constexpr unsigned threadsMax = 16;
+
+    PortState(IoBackend backend, const char* name, const IOCompletionCommand& command, unsigned minThreads);
+    ~PortState() override;
+
+    void start();
+
+    // Takes over a transfer that was begun. False when the port is shut down or has no thread.
+    bool submit(LinuxAsyncContext* transfer);
+
+    // Refuses further transfers, waits until the accepted ones are delivered and ends the threads. On a
+    // thread of the port, the completion that runs there is left out. Further calls do nothing.
+    void shutDown();
+
+    [[nodiscard]] bool isOpen() const;
+
+    // Keeps the port from ending while a batch holds transfers back; false when it is shut down.
+    bool hold();
+    // Hands on what was held back, and lets go.
+    void releaseHeld();
+
+    // Threads that deliver; for tests.
+    [[nodiscard]] unsigned threadCount();
+
+private:
+    void takeFinished(TransferList& finished) override;
+
+    // What keeps the port from ending: transfers, calls that are inside the backend, and holds.
+    bool enter(unsigned entries);
+    void leave(unsigned entries);
+    [[nodiscard]] unsigned entered() const;
+
+    // The rest with mutex_ held through lock.
+    using Lock = std::unique_lock<std::mutex>;
+    bool addThread();
+    void deliverLoop(Lock& lock);
+    void waitForFinished(Lock& lock);
+    void runCommand(Lock& lock, LinuxAsyncContext* transfer);
+    void wakeOneIfNeeded();
+    void leaveThreads();
+    void watchLoop(Lock& lock);
+    [[nodiscard]] bool allBusy() const;
+    void watchIfAllBusy();
+    void growIfStuck();
+    void joinThreads();
+
+    const std::string name_;
+    IOCompletionCommand command_;
+    const unsigned minThreads_;
+    std::unique_ptr<TransferBackend> backend_;
+    std::atomic<unsigned> word_{0};  // entries times two, plus one once shut down
+
+    std::mutex mutex_;
+    std::condition_variable work_;     // sleeping threads
+    std::condition_variable drained_;  // shutDown
+    std::condition_variable watch_;    // the watching thread
+    TransferList ready_;               // finished, not yet delivered
+    std::vector<std::thread> threads_;
+    std::vector<std::thread> left_;  // threads that left and wait to be joined
+    std::thread watcher_;
+    unsigned asleep_ = 0;
+    unsigned busy_ = 0;      // threads in a command
+    unsigned returned_ = 0;  // commands that came back, modulo 2^32
+    unsigned returnedAtLastLook_ = 0;
+    bool collecting_ = false;  // one thread is in the backend
+    bool watching_ = false;    // the watcher counts the time
+    bool ending_ = false;
+};

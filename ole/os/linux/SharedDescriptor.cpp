@@ -1,0 +1,58 @@
+#include "os/linux/SharedDescriptor.h"
+
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The same file again, unbuffered. The way over the descriptor cannot meet another file, as the path could.
+int openDirect(int fd)
+{
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0)
+        return -1;
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    return ::open(path.c_str(), (flags & O_ACCMODE) | O_DIRECT | O_CLOEXEC | O_NOCTTY);
+}
+
+bool isMultiple(std::uint64_t value, std::uint32_t alignment) { return value % alignment == 0; }
+
+}  // namespace
+
+SharedDescriptor::SharedDescriptor(int fd, bool forceWorkers) : fd_(fd), forceWorkers_(forceWorkers)
+{
+    struct stat status = {};
+    regular_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
+    seekable_ = regular_ || lseek(fd_, 0, SEEK_CUR) >= 0;
+}
+
+SharedDescriptor::~SharedDescriptor()
+{
+    if (directFd_ >= 0)
+        ::close(directFd_);
+    ::close(fd_);
+}
+
+void SharedDescriptor::enableDirect()
+{
+    // User-space and network file systems take unbuffered requests and then answer some of them wrongly.
+    if (forceWorkers_ || !regular_)
+        return;
+    struct statx status = {};
+    if (statx(fd_, "", AT_EMPTY_PATH, STATX_DIOALIGN, &status) != 0 ||
+        (status.stx_mask & STATX_DIOALIGN) == 0)
+        return;
+    if (status.stx_dio_mem_align == 0 || status.stx_dio_offset_align == 0)
+        return;
+    memoryAlignment_ = status.stx_dio_mem_align;
+    offsetAlignment_ = status.stx_dio_offset_align;
+    directFd_ = openDirect(fd_);
+}
+
+bool SharedDescriptor::allowsDirect(std::uint64_t position, const void* memory, std::size_t count) const
+{
+    return directFd_ >= 0 && isMultiple(position, offsetAlignment_) && isMultiple(count, offsetAlignment_) &&
+           isMultiple(reinterpret_cast<std::uintptr_t>(memory), memoryAlignment_);
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Qz/InternalRefCount.h"
+#include "os/linux/Transfer.h"
+
+#include <cstddef>
+#include <cstdint>
+
+// SharedDescriptor: the kernel's descriptors of one open file, closed by the last reference. The file
+// object and each transfer under way hold one.
+//
+// A file that was opened with the unbuffered hint has a second descriptor for transfers whose position,
+// length and memory fit the alignments that the kernel names; the others use the first.
+class SharedDescriptor final : public Qz::InternalRefCount
+{
+public:
+    // Takes fd over.
+    explicit SharedDescriptor(int fd, bool forceWorkers);
+    ~SharedDescriptor() override;
+
+    // Opens the second descriptor where the file system offers unbuffered transfers; best effort.
+    void enableDirect();
+
+    [[nodiscard]] int fd() const { return fd_; }
+    [[nodiscard]] int directFd() const { return directFd_; }
+    [[nodiscard]] bool forceWorkers() const { return forceWorkers_; }
+    [[nodiscard]] bool isRegular() const { return regular_; }
+    // False for pipes and the like, which have no positions.
+    [[nodiscard]] bool isSeekable() const { return seekable_; }
+    [[nodiscard]] bool allowsDirect(std::uint64_t position, const void* memory, std::size_t count) const;
+
+private:
+    const int fd_;
+    int directFd_ = -1;
+    std::uint32_t memoryAlignment_ = 0;  // bytes
+    std::uint32_t offsetAlignment_ = 0;  // bytes
+    const bool forceWorkers_;
+    bool regular_ = false;
+    bool seekable_ = false;
+};

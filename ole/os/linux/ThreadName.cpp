@@ -1,0 +1,11 @@
+#include "os/linux/ThreadName.h"
+
+#include <pthread.h>
+#include <string>
+
+void nameThisThread(const char* name)
+{
+    constexpr std::size_t bytesMax = 15;
+    if (name)
+        pthread_setname_np(pthread_self(), std::string(name).substr(0, bytesMax).c_str());
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "os/linux/TransferBackend.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// ThreadPoolBackend: transfers on threads of our own, for machines that refuse rings.
+//
+// Threads:    workers are started as transfers arrive, up to a bound, and stay.
+// Bounds:     transfers of files whose server may stop answering occupy half of the workers at most, so
+//             that one dead server does not hold up the disks.
+class ThreadPoolBackend final : public TransferBackend
+{
+public:
+    static constexpr unsigned workersMax = 16;
+
+    ThreadPoolBackend(const char* portName, TransferSink& sink);
+    ~ThreadPoolBackend() override;
+
+    void submit(LinuxAsyncContext* transfer, bool more) override;
+    void flush() override {}
+    void collect(TransferList& finished) override;
+    void interrupt() override;
+    [[nodiscard]] bool hasFinished() override;
+
+private:
+    void work();
+    bool startWorker();
+    // With mutex_ held: the next transfer that a worker may take now, or null. slow tells its kind.
+    LinuxAsyncContext* takeNext(bool& slow);
+
+    const std::string name_;
+    TransferSink& sink_;
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::condition_variable finishedOrInterrupted_;
+    TransferList waiting_;
+    TransferList waitingSlow_;
+    TransferList finished_;
+    std::vector<std::thread> workers_;
+    unsigned idle_ = 0;         // workers that wait
+    unsigned queued_ = 0;       // transfers in both waiting lists
+    unsigned slowRunning_ = 0;  // workers that carry a transfer of a slow file
+    bool interrupted_ = false;
+    bool ending_ = false;
+};

@@ -1,0 +1,6 @@
+#pragma once
+
+#include "os/iThreadServices.h"
+
+// The threads and events of this process; never null, never destroyed.
+[[nodiscard]] iThreadServices* linuxThreadServices();
