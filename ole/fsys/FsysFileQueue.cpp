@@ -1,0 +1,243 @@
+// The part of FsysFile that keeps the request lists: queueing, merging, eviction, start passes, and
+// answering reads from finished ones.
+
+#include "Qz/Assert.h"
+#include "Qz/Utf8.h"
+#include "fsys/DiskManager.h"
+#include "fsys/EngineConfig.h"
+#include "fsys/EngineState.h"
+#include "fsys/FileRequest.h"
+#include "fsys/Fsys.h"
+#include "fsys/FsysBuf.h"
+#include "fsys/FsysFile.h"
+#include "fsys/MediaDrive.h"
+#include "support/Log.h"
+
+#include <mutex>
+
+namespace {
+
+constexpr unsigned startTriesWithoutBuffer = 40;
+constexpr std::uint64_t usageStampLimit = 4294967294U;
+
+void reserve(std::uint32_t bytes)
+{
+    if (FsysBuf* const pool = Fsys::BufferSpace_)
+        pool->reservedBytes.fetch_add(bytes, std::memory_order_acq_rel);
+}
+
+// The listed request that took over the callers of request, or null.
+FileRequest* mergeInto(const Vector<FileRequest*>& list, FileRequest* request)
+{
+    for (FileRequest* const listed : list)
+        if (listed->Coalesce(request))
+            return listed;
+    return nullptr;
+}
+
+}  // namespace
+
+void FsysFile::countDeferred()
+{
+    const std::uint32_t deferred = deferredCount_.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (static_cast<std::int64_t>(deferred) > engineConfig.forcePollLimit)
+        kick();
+}
+
+// REQUIRES: the lock is held.
+void FsysFile::enqueue(Vector<FileRequest*>* list, FileRequest* request)
+{
+    request->setStatus(FileRequest::QUEUED);
+    addOutstanding(request->isRead(), request->ByteCount_);
+    list->add(request);
+}
+
+unsigned FsysFile::QueueReadRequest(FileRequest* request)
+{
+    if (closing_)
+        return 0;
+    const Hold untilReturn(*this);
+    const bool deferrable = request->isCoalescable() && DeferRequestStart;
+    const bool synchronous = request->isSynchronous();
+    // Taken before the poll thread can see the request, which may be over and evicted before we wait.
+    Qz::Ptr<iThreadEvent> ended;
+    bool merged = false;
+    {
+        const std::lock_guard<CriticalSection> hold(*lock_);
+        if (closing_)
+            return 0;
+        if (FileRequest* const survivor = mergeInto(*readRequests_, request)) {
+            merged = true;
+            ended = survivor->syncEvent();
+            FileRequest::destroy(request);
+        } else {
+            ended = request->syncEvent();
+            reserve(request->ByteCount_);
+            enqueue(readRequests_, request);
+        }
+    }
+    // A merged request that may wait does so without a kick, even when its caller waits for it.
+    if (!deferrable || (synchronous && !merged))
+        kick();
+    if (synchronous)
+        ended->wait();
+    if (deferrable && (merged || !synchronous))
+        countDeferred();
+    return 1;
+}
+
+unsigned FsysFile::QueueWriteRequest(FileRequest* request)
+{
+    if (closing_ || CheckRequestListSize(writeRequests_) == 0)
+        return 0;
+    const Hold untilReturn(*this);
+    if (request->isSynchronous() || !request->isCoalescable()) {
+        const Qz::Ptr<iThreadEvent> ended = request->syncEvent();
+        reserve(request->ByteCount_);
+        {
+            const std::lock_guard<CriticalSection> hold(*lock_);
+            if (closing_)
+                return 0;
+            enqueue(writeRequests_, request);
+        }
+        // Deliberate: a synchronous write is started by the poll thread's own timer and the kick comes
+        // after its completion.
+        if (ended)
+            ended->wait();
+        kick();
+        return 1;
+    }
+    {
+        const std::lock_guard<CriticalSection> hold(*lock_);
+        if (closing_)
+            return 0;
+        if (DeferRequestStart && mergeInto(*writeRequests_, request)) {
+            FileRequest::destroy(request);
+        } else {
+            reserve(request->ByteCount_);
+            enqueue(writeRequests_, request);
+        }
+    }
+    countDeferred();
+    return 1;
+}
+
+unsigned FsysFile::CheckRequestListSize(Vector<FileRequest*>* list)
+{
+    const auto fits = [this, list] {
+        const std::lock_guard<CriticalSection> hold(*lock_);
+        return static_cast<std::int64_t>(list->size()) <= engineConfig.maxRequestListSize;
+    };
+    if (static_cast<std::int64_t>(deferredCount_.load(std::memory_order_relaxed)) >
+        2 * std::int64_t{engineConfig.forcePollLimit})
+        return EngineError::listFull;
+    if (fits())
+        return 1;
+    FsysError = EngineError::listFull;
+    removeOldestRequest(list);
+    kick();
+    if (fits())
+        return 1;  // the code stays recorded
+    FsysError = EngineError::listFull;
+    return 0;
+}
+
+void FsysFile::removeOldestRequest(Vector<FileRequest*>* list)
+{
+    const std::lock_guard<CriticalSection> hold(*lock_);
+    // Deliberate: each stamp is compared with a fixed bound, not with the smallest one seen, so the last
+    // complete request of the list goes and not the one that served longest ago. Index 0 means "none", so
+    // a complete request at the head stays.
+    unsigned chosen = 0;
+    for (unsigned i = 0; i < list->size(); ++i) {
+        const FileRequest* const request = (*list)[i];
+        if (request->status() == FileRequest::COMPLETE && request->usageStamp_ <= usageStampLimit)
+            chosen = i;
+    }
+    if (chosen == 0)
+        return;
+    FileRequest* const evicted = (*list)[chosen];
+    list->removeIdx(chosen);
+    FileRequest::destroy(evicted);
+}
+
+unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
+{
+    if (const Qz::Ptr<MediaDrive> volume = DiskManager::getVolume(path_); volume && deferredCount_ == 0)
+        volume->setSlow(false);
+    deferredCount_ = 0;
+    const std::lock_guard<CriticalSection> hold(*lock_);
+    removeOldestRequest(list);
+    if (list->empty()) {
+        removeOldestRequest(list);
+        return 1;
+    }
+    bool startedOne = false;
+    // By index: a start failure's callback may queue on this file.
+    for (unsigned i = 0; i < list->size(); ++i) {
+        FileRequest* const request = (*list)[i];
+        if (request->status() != FileRequest::QUEUED)
+            continue;
+        request->setStatus(FileRequest::STARTED);
+        const unsigned result = request->StartRequest(this);
+        if (result == FileRequest::started) {
+            startedOne = true;
+        } else if (result == FileRequest::noBuffer && ++request->startRetries_ < startTriesWithoutBuffer) {
+            request->setStatus(FileRequest::QUEUED);
+        } else {
+            failStart(list, request, result);
+            return 0;
+        }
+    }
+    removeOldestRequest(list);
+    if (engineConfig.showRequestDebug != 0 && startedOne)
+        Log("fsys: started requests of %s, %u listed\n", toUTF8(path_).c_str(), list->size());
+    return 1;
+}
+
+// Deliberate: the callers hear of it here, on the polling thread and under the locks of its pass.
+void FsysFile::failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result)
+{
+    Log("Failed starting request ECODE %8x\n", result);
+    subtractOutstanding(request->isRead(), request->ByteCount_);
+    // From here on nothing merges into it: a caller that asks again must get a new request.
+    request->beginFinish();
+    request->NotifyError(result, 0);
+    request->setStatus(FileRequest::FAILED);
+    list->removeItem(request);
+    FileRequest::destroy(request);
+}
+
+FileRequest* FsysFile::findCached(const FileRequest* request) const
+{
+    for (FileRequest* const listed : *readRequests_)
+        if (listed->status() == FileRequest::COMPLETE && listed->isRead() && listed->encompasses(request))
+            return listed;
+    return nullptr;
+}
+
+unsigned FsysFile::SatisfyFromCache(FileRequest* request)
+{
+    if (closing_)
+        return 0;
+    {
+        const std::lock_guard<CriticalSection> hold(*lock_);
+        FileRequest* const found = findCached(request);
+        if (!found)
+            return 0;
+        found->Use();
+        request->setStatus(FileRequest::COMPLETING);
+        request->bytesDone_ = request->ByteCount_;
+        request->sectorOffset_ = found->sectorOffset_;
+        if (!request->completions_.empty())
+            request->completions_[0].bufferOffset =
+                static_cast<std::uint32_t>(request->position_ - found->position_);
+        Qz::verify(!request->buffer_, "fr->buffer_ == NULL", "ole/fsys/FsysFile line 731");
+        Qz::verify(static_cast<bool>(found->buffer_), "CachedFr->buffer_ != NULL",
+                   "ole/fsys/FsysFile line 732");
+        request->buffer_ = found->buffer_;
+    }
+    request->doCallbacks();
+    FileRequest::destroy(request);
+    return 1;
+}

@@ -1,0 +1,52 @@
+#include "fsys/FsysPoll.h"
+
+#include "fsys/FsysFile.h"
+#include "os/OS.h"
+#include "os/Threads.h"
+#include "support/Log.h"
+
+#include <mutex>
+
+FsysPoll::FsysPoll(Vector<FsysFile*>* files, CriticalSection* lock, bool reads, unsigned pollDelay,
+                   unsigned spareDelay)
+    : pollDelay_(pollDelay),
+      kickEvent_(OS()->getThreadServices()->createEvent(0, 0, nullptr)),
+      files_(files),
+      lock_(lock),
+      spareDelay_(spareDelay),
+      reads_(reads)
+{
+    thread_ = co_create(StartPolling, "fsys poll", 0, this, 1, 0);
+    if (thread_ == 0)
+        Log("fsys: the %s poll thread could not be started\n", reads ? "read" : "write");
+}
+
+FsysPoll::~FsysPoll()
+{
+    running_ = false;
+    Kick();
+    if (thread_ != 0)
+        co_kill(thread_ & 0xFFFF);
+}
+
+void FsysPoll::Kick() { kickEvent_->set(); }
+
+unsigned FsysPoll::Polltasks()
+{
+    const std::lock_guard<CriticalSection> hold(*lock_);
+    for (unsigned i = 0; i < files_->size() && running_; ++i) {
+        FsysFile* const file = (*files_)[i];
+        file->StartRequests(reads_ ? file->readRequests_ : file->writeRequests_);
+    }
+    return 1;
+}
+
+int FsysPoll::StartPolling(void* self)
+{
+    auto* const poll = static_cast<FsysPoll*>(self);
+    while (poll->running_) {
+        poll->Polltasks();
+        poll->kickEvent_->wait(poll->pollDelay_);
+    }
+    return 0;
+}
