@@ -1,0 +1,27 @@
+# Sourced by the scripts at the root: installs the Debian packages that are missing, and only those.
+#   need_packages NAME...
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+need_packages() {
+    local missing=() name
+    for name in "$@"; do
+        dpkg-query -W -f='${Status}' "$name" 2>/dev/null | grep -q 'install ok installed' || missing+=("$name")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    echo "installing: ${missing[*]}" >&2
+    export DEBIAN_FRONTEND=noninteractive
+    as_root apt-get update -qq >&2
+    as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+build_packages=(g++ cmake ninja-build pkg-config ccache liburing-dev libmount-dev libcli11-dev
+    nlohmann-json3-dev libxxhash-dev)
+test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
+    xxhash e2fsprogs xfsprogs util-linux mount)
+
+# Compiler launcher for cmake; objects that did not change are not compiled again, whatever the folder.
+ccache_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
