@@ -37,7 +37,7 @@ enum SEEK_TYPE : int {
 //             meanwhile moves the position under them.
 // Results:    1 is success.
 // Units:      bytes.
-class FsysFile
+class FSYS_API FsysFile
 {
 public:
     // Names the file; LowLevelOpen opens it. Without a path the object can only be destroyed.
@@ -74,14 +74,14 @@ public:
     // Reads at the position and advances it by bytes: 1, or 0 with the position unchanged. Near the end of
     // the file fewer bytes than asked for may have been read with the result 1; behind it the result is 0.
     // Does not see what is still gathered in the write cache.
-    FSYS_API unsigned Read(void* buffer, unsigned bytes);
+    unsigned Read(void* buffer, unsigned bytes);
     // Writes what is gathered, at the place where it was gathered, then buffer right behind it: 1, or the
     // platform's error code with the position before the failed bytes. A failure to write the gathered bytes
     // is not reported.
-    FSYS_API unsigned Write(const void* buffer, unsigned bytes);
+    unsigned Write(const void* buffer, unsigned bytes);
     // Writes what is gathered, then sets the position (eSeekAbsolute) or moves it; 1. Nothing is checked
     // against the size of the file.
-    FSYS_API unsigned Seek(long offset, SEEK_TYPE type);
+    unsigned Seek(long offset, SEEK_TYPE type);
 
     // --- asynchronous
 
@@ -93,8 +93,8 @@ public:
     // (FsysGetLastError is 8). 8: refused: more than twice "ForcePollLimit" deferred requests wait. After a
     // refusal fn is not called; ask again after a completion. A file whose cache is disabled accepts reads
     // and never completes them.
-    FSYS_API unsigned DirectRead(long position, unsigned int bytes, bool coalescable,
-                                 FsysCompletionFunction fn, Qz::Ptr<iObject>& context);
+    unsigned DirectRead(long position, unsigned int bytes, bool coalescable, FsysCompletionFunction fn,
+                        Qz::Ptr<iObject>& context);
     // Writes all of data (getSize bytes) and advances the position over what went to the disk.
     // Directly, as a request at the position: when position and size are multiples of the sector size and
     // nothing is gathered (and, with network write caching on, the drive is no network drive). data must
@@ -112,44 +112,44 @@ public:
     // 20 ms, or data does not fit the write cache (524288 bytes); fn is then not called. Another value: the
     // platform's error code of a synchronous flush.
     // REQUIRES: data holds at least 1 byte.
-    FSYS_API unsigned DirectWrite(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
-                                  Qz::Ptr<iObject>& context, bool synchronous);
+    unsigned DirectWrite(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
+                         Qz::Ptr<iObject>& context, bool synchronous);
 
     // --- queries
 
     // Bytes per sector of the file's drive; 512 when not known.
-    [[nodiscard]] FSYS_API unsigned GetSectorSize() const;
+    [[nodiscard]] unsigned GetSectorSize() const;
     // From now on reads are neither answered nor queued; their completion functions never run. 1.
-    FSYS_API unsigned DisableCache();
+    unsigned DisableCache();
     // True when DirectWrite can go to the disk asynchronously.
-    [[nodiscard]] FSYS_API bool isASyncIOSupported() const;
+    [[nodiscard]] bool isASyncIOSupported() const;
 
     // --- request lists, for the engine
 
     // 1: queued or merged, the file owns the request. 0: refused, the caller keeps it.
-    unsigned QueueReadRequest(FileRequest* request);
-    unsigned QueueWriteRequest(FileRequest* request);
+    FSYS_LOCAL unsigned QueueReadRequest(FileRequest* request);
+    FSYS_LOCAL unsigned QueueWriteRequest(FileRequest* request);
     // 1: answered from a finished read, the request is gone. 0: the caller keeps it.
-    unsigned SatisfyFromCache(FileRequest* request);
+    FSYS_LOCAL unsigned SatisfyFromCache(FileRequest* request);
     // One pass: starts the queued requests of list. 0 when one could not be started.
-    unsigned StartRequests(Vector<FileRequest*>* list);
+    FSYS_LOCAL unsigned StartRequests(Vector<FileRequest*>* list);
     // Not 0: there is room. 8: so many requests are deferred that the list is not looked at.
-    unsigned CheckRequestListSize(Vector<FileRequest*>* list);
+    FSYS_LOCAL unsigned CheckRequestListSize(Vector<FileRequest*>* list);
     // Drops the last complete request of the list, unless it stands at its head.
-    void removeOldestRequest(Vector<FileRequest*>* list);
+    FSYS_LOCAL void removeOldestRequest(Vector<FileRequest*>* list);
 
     // --- write cache and drain, for the engine
 
-    void AllocWriteCache();
-    void FreeWriteCache();
+    FSYS_LOCAL void AllocWriteCache();
+    FSYS_LOCAL void FreeWriteCache();
     // Writes out what is gathered, twice, and waits up to 4 seconds for outstanding writes.
-    void WaitForDrain();
+    FSYS_LOCAL void WaitForDrain();
     // Sets or resets the "writes drained" event by the number of outstanding bytes.
-    void CheckOutstandingWrites();
+    FSYS_LOCAL void CheckOutstandingWrites();
     // Writes the partly filled write segment as one sector; result of the issue.
-    unsigned SendWriteSegBuffer();
+    FSYS_LOCAL unsigned SendWriteSegBuffer();
     // Destroys all read requests; 1.
-    unsigned ClearMemoryRefs();
+    FSYS_LOCAL unsigned ClearMemoryRefs();
 
     // --- plain accessors, for the engine
 
@@ -164,15 +164,15 @@ public:
     [[nodiscard]] std::uint32_t readBytesOutstanding() const { return readBytesOutstanding_; }
     [[nodiscard]] std::uint32_t writeBytesOutstanding() const { return writeBytesOutstanding_; }
     // Change the file's and the engine's counters of one direction together.
-    void addOutstanding(bool isRead, std::uint32_t bytes);
-    void subtractOutstanding(bool isRead, std::uint32_t bytes);
+    FSYS_LOCAL void addOutstanding(bool isRead, std::uint32_t bytes);
+    FSYS_LOCAL void subtractOutstanding(bool isRead, std::uint32_t bytes);
 
     // The object lives as long as it is open or a transfer of it is in flight: each holds one count, and
     // whoever gives back the last one deletes it.
     void holdForTransfer() { holds_.fetch_add(1, std::memory_order_relaxed); }
-    static void release(FsysFile* file);
+    FSYS_LOCAL static void release(FsysFile* file);
     // Keeps the object while an operation waits: another thread may close the file meanwhile.
-    class Hold
+    class FSYS_LOCAL Hold
     {
     public:
         explicit Hold(FsysFile& file) : file_(file) { file_.holdForTransfer(); }
@@ -189,35 +189,36 @@ private:
     friend class FsysPoll;
     friend struct FsysFileTestAccess;
 
-    void init();
-    [[nodiscard]] bool isForWriting() const;
-    unsigned issue(FileRequest* request, unsigned char* data, bool reads);
-    void kick();
+    FSYS_LOCAL void init();
+    [[nodiscard]] FSYS_LOCAL bool isForWriting() const;
+    FSYS_LOCAL unsigned issue(FileRequest* request, unsigned char* data, bool reads);
+    FSYS_LOCAL void kick();
     // Counts a request that does not kick by itself; kicks when too many wait.
-    void countDeferred();
-    void enqueue(Vector<FileRequest*>* list, FileRequest* request);
-    void failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result);
-    [[nodiscard]] FileRequest* findCached(const FileRequest* request) const;
+    FSYS_LOCAL void countDeferred();
+    FSYS_LOCAL void enqueue(Vector<FileRequest*>* list, FileRequest* request);
+    FSYS_LOCAL void failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result);
+    [[nodiscard]] FSYS_LOCAL FileRequest* findCached(const FileRequest* request) const;
 
     // Write cache: how much is gathered, and writing it at the place where it began.
-    [[nodiscard]] unsigned gathered() const;
-    void emptyCache();
-    unsigned queueWithRetries(FileRequest* request);
-    unsigned writeDirectly(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
-                           Qz::Ptr<iObject>& context, bool synchronous);
-    unsigned writeThroughCache(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
-                               Qz::Ptr<iObject>& context, bool flushAsync);
-    unsigned flushWholeSectors(unsigned bytes, bool coalescable, FsysCompletionFunction fn,
-                               const Qz::Ptr<iObject>& context, bool flushAsync);
+    [[nodiscard]] FSYS_LOCAL unsigned gathered() const;
+    FSYS_LOCAL void emptyCache();
+    FSYS_LOCAL unsigned queueWithRetries(FileRequest* request);
+    FSYS_LOCAL unsigned writeDirectly(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
+                                      Qz::Ptr<iObject>& context, bool synchronous);
+    FSYS_LOCAL unsigned writeThroughCache(Qz::Ptr<iMemHolder>& data, bool coalescable,
+                                          FsysCompletionFunction fn, Qz::Ptr<iObject>& context,
+                                          bool flushAsync);
+    FSYS_LOCAL unsigned flushWholeSectors(unsigned bytes, bool coalescable, FsysCompletionFunction fn,
+                                          const Qz::Ptr<iObject>& context, bool flushAsync);
 
     // Closing, in the order in which Fsys::Close calls them. Once refuseRequests has returned no request is
     // added to a list any more.
-    void refuseRequests();
-    void waitForRequests(const Vector<FileRequest*>* list, unsigned pauseMs);
-    [[nodiscard]] unsigned countPending(const Vector<FileRequest*>* list) const;
-    void destroyRequests(Vector<FileRequest*>* list);
+    FSYS_LOCAL void refuseRequests();
+    FSYS_LOCAL void waitForRequests(const Vector<FileRequest*>* list, unsigned pauseMs);
+    [[nodiscard]] FSYS_LOCAL unsigned countPending(const Vector<FileRequest*>* list) const;
+    FSYS_LOCAL void destroyRequests(Vector<FileRequest*>* list);
     // What the platform does not have ends unanswered; its waiters wake.
-    void giveUpWaitingRequests();
+    FSYS_LOCAL void giveUpWaitingRequests();
 
     const iDiskDrive::eType type_;
     const std::uint32_t sectorSize_;
