@@ -2,6 +2,8 @@
 
 #include "fsys/EngineState.h"
 #include "fsys/Fsys.h"
+#include "os/BackendChoice.h"
+#include "support/Log.h"
 
 #include <mutex>
 
@@ -15,11 +17,19 @@ std::mutex& startGuard()
     return *lasting;
 }
 
+// Which mechanism carries the transfers, and why: the first question of whoever reads a log.
+void tellBackendOnce()
+{
+    static std::once_flag told;
+    std::call_once(told, [] { Log("fsys: %s\n", os::backendChoiceText()); });
+}
+
 }  // namespace
 
 unsigned FsysInitialize()
 {
     const std::lock_guard<std::mutex> hold(startGuard());
+    tellBackendOnce();
     if (theFsys == nullptr) {
         theFsys = new Fsys;
         Shutdown::addCallback(&FsysUninitialize, shutdownPriority);

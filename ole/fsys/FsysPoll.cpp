@@ -2,6 +2,7 @@
 
 #include "fsys/FsysFile.h"
 #include "os/OS.h"
+#include "os/SubmissionBatch.h"
 #include "os/Threads.h"
 #include "support/Log.h"
 
@@ -34,6 +35,7 @@ void FsysPoll::Kick() { kickEvent_->set(); }
 unsigned FsysPoll::Polltasks()
 {
     const std::lock_guard<CriticalSection> hold(*lock_);
+    const os::SubmissionBatch together;  // one entry into the kernel for what a pass starts
     for (unsigned i = 0; i < files_->size() && running_; ++i) {
         FsysFile* const file = (*files_)[i];
         file->StartRequests(reads_ ? file->readRequests_ : file->writeRequests_);

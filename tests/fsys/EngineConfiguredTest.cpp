@@ -3,6 +3,7 @@
 
 #include "EngineFixture.h"
 #include "fsys/EngineConfig.h"
+#include "os/BackendChoice.h"
 #include "os/LastError.h"
 
 #include <gmock/gmock.h>
@@ -150,6 +151,16 @@ TEST_F(EngineConfigured, APassThatStartedARequestIsTracedWithItsPath)
     readPass();
     EXPECT_THAT(logged.logs(), SizeIs(1));
     os.transfers().completeAll();
+}
+
+TEST(EngineConfiguredLog, TellsOnceWhatCarriesTheTransfers)
+{
+    const LogCapture logged;
+    for (int i = 0; i < 2; ++i) {
+        FsysInitialize();
+        FsysUninitialize(Shutdown::eNormalExit);
+    }
+    EXPECT_THAT(logged.logs(), ElementsAre(std::string("fsys: ") + os::backendChoiceText() + "\n"));
 }
 
 TEST_F(EngineConfigured, TheLastErrorIsOneBeforeAnyFailure) { EXPECT_EQ(1U, FsysGetLastError()); }

@@ -277,6 +277,7 @@ protected:
     {
         os.files().addDrive(L"/m/");
         FsysInitialize();
+        logged.clear();  // of what is told once per process
     }
     // Closes what the test left open (its waits take virtual time only) and ends the engine.
     ~EngineTest() override

@@ -512,6 +512,7 @@ TEST_F(RequestQueueTest, WritesAreOfferedForMergingOnlyWhileDeferring)
     queueWrite(file, 512, new TestWindow(start + 512, 512), calls, true);
     writePass();
     EXPECT_THAT(issued(), SizeIs(2));
+    os.transfers().completeAll();
 }
 
 TEST_F(RequestQueueTest, AClosingFileTakesNoRequestAndTheCallerKeepsIt)
