@@ -221,6 +221,39 @@ TEST_P(Ports, TakeMoreTransfersThanARingHolds)
     port->shutDown();
 }
 
+// A read of an empty pipe is still under way when another completion ends the port.
+TEST_P(Ports, EndingOnAThreadOfTheirOwnStillWaitsForTheOthers)
+{
+    const std::string pipePath = folder_ / "pipe";
+    ASSERT_EQ(mkfifo(pipePath.c_str(), 0600), 0);
+    const Qz::Ptr<SharedDescriptor> pipe(
+        new SharedDescriptor(::open(pipePath.c_str(), O_RDWR | O_CLOEXEC), false));
+    Qz::Ptr<PortState> port;
+    std::string late(1, '\0');
+    std::atomic<bool> lateCame{false};
+    std::atomic<bool> waited{false};
+    CompletionRecorder recorder([&](const CompletionRecorder::Completion& completion) {
+        if (completion.owner == &late) {
+            lateCame = true;
+            return;
+        }
+        port->shutDown();
+        waited = lateCame.load();
+    });
+    port = makePort(recorder);
+    const Qz::Ptr<iFile> file = openAttached(port, folder_.file("f", "abc"));
+    auto* context = new LinuxAsyncContext(&late);
+    ASSERT_TRUE(context->begin(pipe, Transfer(pipe.get(), TransferKind::read, 0, late.data(), 1)));
+    ASSERT_TRUE(port->submit(context));
+    std::string buffer(3, '\0');
+    ASSERT_TRUE(startRead(file, buffer));
+    EXPECT_TRUE(comesTrue([&] { return !port->isOpen(); }));
+    ASSERT_EQ(::write(pipe->fd(), "!", 1), 1);
+    EXPECT_EQ(recorder.await(2).size(), 2U);
+    EXPECT_TRUE(waited);
+    EXPECT_EQ(late, "!");
+}
+
 // --- batches
 
 TEST_P(Ports, ABatchIsHandedOnAtItsEnd)

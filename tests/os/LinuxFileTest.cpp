@@ -338,3 +338,24 @@ TEST_P(LinuxFileTransfers, UnbufferedAndBufferedTransfersOfOneFileSeeEachOther)
         ASSERT_EQ(block[101], mark);
     }
 }
+
+// Blocks are recycled: what another file left in one must not show through a read that came up short.
+TEST_P(LinuxFileTransfers, AReadClearsWhatItDidNotFill)
+{
+    const Qz::Ptr<iFile> file = openAttached(folder_.file("f", "abc"), os::accessRead, os::modeAsync);
+    std::string atEnd(1000, 'z');
+    ASSERT_TRUE(file->asyncRead(1, atEnd.data(), atEnd.size(), createLinuxAsyncContext(nullptr)));
+    ASSERT_TRUE(recorder_.await(1).at(0).succeeded);
+    EXPECT_EQ(atEnd, "bc" + std::string(998, '\0'));
+
+    // A descriptor for writing only: the kernel refuses the read.
+    const std::string path = folder_.file("g", "abc");
+    const Qz::Ptr<SharedDescriptor> writeOnly(
+        new SharedDescriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC), false));
+    const Qz::Ptr<iFile> refused(new LinuxFile(writeOnly, os::modeAsync));
+    ASSERT_TRUE(port_->attach(refused));
+    std::string failed(1000, 'z');
+    ASSERT_TRUE(refused->asyncRead(0, failed.data(), failed.size(), createLinuxAsyncContext(nullptr)));
+    ASSERT_FALSE(recorder_.await(2).at(1).succeeded);
+    EXPECT_EQ(failed, std::string(1000, '\0'));
+}
