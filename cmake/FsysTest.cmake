@@ -1,7 +1,13 @@
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
-# One binary per folder of tests; every TEST is a ctest entry of its own, in a process of its own.
+# Where logs and preferences of tests go that do not say otherwise: never to the developer's own.
+set(FSYS_TEST_HOME ${CMAKE_BINARY_DIR}/home)
+file(MAKE_DIRECTORY ${FSYS_TEST_HOME})
+
+# One binary per folder of tests. Every TEST is a ctest entry of its own, in a process of its own; under a
+# sanitizer, where a process costs more than most tests, a binary is one entry and leaves the results of its
+# tests in gtest/TARGET.xml.
 #   fsys_add_tests(TARGET SOURCES ... LINKS ...)
 function(fsys_add_tests target)
   cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
@@ -11,7 +17,13 @@ function(fsys_add_tests target)
   add_executable(${target} ${arg_SOURCES})
   target_link_libraries(${target} PRIVATE ${arg_LINKS} GTest::gtest GTest::gmock GTest::gtest_main fsys_warnings)
   target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <gmock/gmock.h>)
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  if(FSYS_SANITIZE)
+    add_test(NAME ${target} COMMAND ${target} --gtest_output=xml:${CMAKE_BINARY_DIR}/gtest/${target}.xml)
+    set_tests_properties(${target} PROPERTIES TIMEOUT 900 ENVIRONMENT HOME=${FSYS_TEST_HOME})
+  else()
+    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST
+      PROPERTIES TIMEOUT 120 ENVIRONMENT HOME=${FSYS_TEST_HOME})
+  endif()
 endfunction()
 
 # One TEST in a process that starts with its own configuration: what is read at load cannot be changed
@@ -19,6 +31,6 @@ endfunction()
 #   fsys_add_configured_test(TARGET FILTER VARIABLE=VALUE ...)
 function(fsys_add_configured_test target filter)
   add_test(NAME ${filter} COMMAND ${target} --gtest_filter=${filter})
-  set_tests_properties(${filter} PROPERTIES ENVIRONMENT "${ARGN}" TIMEOUT 120
+  set_tests_properties(${filter} PROPERTIES ENVIRONMENT "HOME=${FSYS_TEST_HOME};${ARGN}" TIMEOUT 120
     FAIL_REGULAR_EXPRESSION "0 tests from 0 test")
 endfunction()

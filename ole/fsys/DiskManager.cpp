@@ -1,8 +1,6 @@
 #include "fsys/DiskManager.h"
 
-#include "Qz/Assert.h"
 #include "Qz/StringHelpers.h"
-#include "fsys/MediaFolders.h"
 #include "fsys/VolumeList.h"
 #include "os/Clock.h"
 #include "os/OS.h"
@@ -98,7 +96,11 @@ MediaDrive& DiskManager::getDriveWithUniqueId(const DriveId& id)
     return place.isEnd() ? nullDrive() : *place.drive();
 }
 
-DriveId DiskManager::get_drive(unsigned short index) { return getMediaDrive(index).getId(); }
+DriveId DiskManager::get_drive(unsigned short index)
+{
+    const VolumeList::Snapshot drives = volumes_.take();
+    return index < drives->size() ? drives->at(index)->getId() : DriveId();
+}
 
 MediaDrive& DiskManager::getMediaDrive(unsigned short index)
 {

@@ -31,8 +31,10 @@ class VolumeList;
 //             them. All three have one type number, under the name "DiskManager"; their texts tell them
 //             apart.
 // Cache:      SystemCache hears of places that discovery, init and addMediaLocation add and that
-//             removeMediaLocation removes. It does not hear of deleteMaterialVolume, unmountDrives, init
-//             and reInit: after those call SystemCache::initialise(true), or its index names dead ids.
+//             removeMediaLocation removes. It does not hear of addMaterialVolume, deleteMaterialVolume,
+//             discardUnmountedDrives, unmountDrives and deInit, nor of the drives that init and reInit
+//             drop: after those call SystemCache::initialise(true), or its index lacks places and names
+//             dead ids.
 // Units:      megabytes are 2^20 bytes.
 class FSYS_API DiskManager
 {
@@ -89,14 +91,17 @@ public:
     // Null when there is none.
     [[nodiscard]] static Qz::Ptr<MediaDrive> getVolume(DriveId id);
     // The first drive whose root with one trailing separator is path to the letter, or, failing that, whose
-    // local share is; null for none. A path inside a location finds nothing.
+    // local share is; null for none. A path inside a location finds nothing, and a drive without a local
+    // share is not found by that: an empty local share matches no path.
     // Cost: compares strings; no allocation, no formatting, no call of the platform.
     [[nodiscard]] static Qz::Ptr<MediaDrive> getVolume(const Path& path);
     // The drive, or the null drive. The reference is good until the drive leaves the registry, so threads
     // other than the control thread take getVolume.
     [[nodiscard]] static MediaDrive& getDriveWithUniqueId(const DriveId& id);
-    // By position in the order of registration; '0' and the null drive past the end.
+    // By position in the order of registration; '0' past the end.
     [[nodiscard]] static DriveId get_drive(unsigned short index);
+    // The same, as the drive; the null drive past the end. The reference is good until the drive leaves the
+    // registry, so threads other than the control thread take get_drive and getVolume.
     [[nodiscard]] static MediaDrive& getMediaDrive(unsigned short index);
     // Walk in the order of registration; false at the end, id is then untouched. An id that is not
     // registered has no next.
@@ -108,7 +113,8 @@ public:
     [[nodiscard]] static DriveId getDriveWithPath(const Path& path);
     // Root of the drive (MediaDrive::getLocalName); empty when there is none.
     [[nodiscard]] static Path getMaterialVolumeName(DriveId id, bool preferLocalShare);
-    // 1 when info was filled (MediaDrive::getInfo), else 0.
+    // 1 when info was filled (MediaDrive::getInfo), else 0. After 0, an unknown id has left all of info
+    // untouched; a drive whose volume does not answer has filled the flags and left the bytes.
     static int getVolInfo(DriveId id, VolumeInfo* info);
     [[nodiscard]] static bool isVolumeAutoDiscovered(DriveId id);
     // True when the caller may write there.
@@ -132,20 +138,22 @@ public:
 
     // --- files of media locations
 
-    // The drive's description file, "MediaSpaceInfo.txt" in its "Material" folder.
+    // The drive's description file, "MediaSpaceInfo.txt" in its "Material" folder. REQUIRES: id is
+    // registered; any other id means the root of the file system.
     [[nodiscard]] static Path getInfoFileNameFor(DriveId id);
     // The user name in that file; empty when there is none. Contents that are no name are reported.
     [[nodiscard]] static Name getMediaLocationUserName(DriveId id);
     // In memory only; an unknown id is reported as an assertion.
     static void setMediaLocationUserName(DriveId id, Name name);
     // Writes the description file. False when the volume has no free bytes; a write that fails is not
-    // reported.
+    // reported. REQUIRES: the drive's id is registered, as for getInfoFileNameFor.
     static bool saveDriveInfo(const MediaDrive& drive);
     // Names every drive of that id, saves and tells listeners. Result of the last save; 0 for no drive.
     static int renameMediaLocation(const DriveId& id, const Name& name);
     // True when both media folders exist.
     [[nodiscard]] static bool isVolumePreparedForMedia(DriveId id);
-    // Makes them where missing; false, and reported, at the first that cannot be made.
+    // Makes them where missing; false, and reported, at the first that cannot be made. REQUIRES: id is
+    // registered; for any other id the folders are made in the root of the file system.
     static bool prepareVolumeForMedia(DriveId id);
     // Adds the locations listed in file, one root per line, then tells listeners. Always 1; what could not
     // be added is logged and kept for getMissingMediaLocations.
@@ -161,8 +169,10 @@ public:
     [[nodiscard]] static Vector<Path> getUnmountedDrives();
     // Takes those out of the registry.
     static void discardUnmountedDrives();
-    // Takes out every drive with an id above 'Z' (as a signed character) and writes their roots to listFile,
-    // unless that is null. True when there was any.
+    // Takes out every drive with an id above 'Z' (as a signed character) and writes their roots, in UTF-8, to
+    // listFile, unless that is null. True when there was any. listFile is a path in the bytes of the file
+    // system; what it held is replaced. A list that cannot be opened is not reported, and the drives go all
+    // the same.
     static bool unmountDrives(const char* listFile);
     // name when a drive has it, else empty.
     [[nodiscard]] static Name getSaveName(const Name& name);
@@ -191,7 +201,8 @@ public:
 
     // Reads what this machine exports, once per process. Always true.
     static bool discoverLocalShares();
-    // Local path of a network name that lies in a share of this machine; empty for all others.
+    // Local path of a network name that lies in a share of this machine; empty for all others. While
+    // another thread is at the very first reading of the shares, empty for every name.
     [[nodiscard]] static Path convertUNCtoLocalShare(const Path& unc);
     // The first drive whose network name begins unc, and the rest of unc with its leading separator; a
     // default name when there is none. A drive without network name matches every unc.

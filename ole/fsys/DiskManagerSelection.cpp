@@ -23,7 +23,7 @@ std::int32_t toMinutes(double quotient)
 
 DriveId DiskManager::findBestDrive(double megabytes, Match match)
 {
-    DriveId best;
+    Qz::Ptr<MediaDrive> best;
     double bestSpace = match == BestFit ? 1e99 : 0.0;
     const VolumeList::Snapshot drives = volumes_.take();
     for (const auto& drive : *drives) {
@@ -32,13 +32,14 @@ DriveId DiskManager::findBestDrive(double megabytes, Match match)
             continue;
         // Strict, so that the first of equal drives is taken.
         if ((match == BestFit && bestSpace > space) || (match == MostSpace && space > bestSpace)) {
-            best = drive->getId();
+            best = drive;
             bestSpace = space;
         }
     }
-    if (best.valid())
-        getDriveWithUniqueId(best).reserveSpace(megabytes);
-    return best;
+    if (!best)
+        return {};
+    best->reserveSpace(megabytes);
+    return best->getId();
 }
 
 DriveId DiskManager::find_best_disk()
@@ -55,7 +56,9 @@ double DiskManager::getSpaceForRecording(const MediaDrive& drive) { return drive
 
 double DiskManager::getSpaceForRecording(const DriveId& id)
 {
-    return getDriveWithUniqueId(id).getSpaceForRecording();
+    // Held, since the platform is asked meanwhile and the drive may leave the registry.
+    const Qz::Ptr<MediaDrive> drive = getVolume(id);
+    return getSpaceForRecording(drive ? *drive : getDriveWithUniqueId(DriveId()));
 }
 
 std::int32_t DiskManager::get_mins_of_recording_left(const DriveId& id, double rateA, double rateB)

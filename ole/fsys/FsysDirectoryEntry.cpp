@@ -93,16 +93,15 @@ void FsysDirectoryEntry::updateFileSize()
     // Deliberate: with size 0 the record is no link, so a link file is measured and not its target.
     MediaFileInfo file = getHighResFile();
     file.size = 0;
-    highResFile_.size = 0;
-    file.size = OS()->getFileManager()->getFileSize(file.getPhysicalFilename(false));
-    if (Qz::verify(file.size > 0, "highResFile_.size > 0", "ole/fsys/FsysDirectoryEntry line 436"))
-        file.status = eStatusOnline;
+    const std::uint64_t size = OS()->getFileManager()->getFileSize(file.getPhysicalFilename(false));
+    const bool online = Qz::verify(size > 0, "highResFile_.size > 0", "ole/fsys/FsysDirectoryEntry line 436");
 
     const std::lock_guard hold(guard_);
     if (!isSameFile(file, highResFile_))
         return;
-    highResFile_.size = file.size.load();
-    highResFile_.status = file.status.load();
+    highResFile_.size = size;
+    if (online)
+        highResFile_.status = eStatusOnline;
     ++changes_;
 }
 

@@ -80,8 +80,8 @@ public:
 
     // --- links
 
-    // Makes name what the high-res link points at, without touching the disk. Has no effect while
-    // another thread is storing a name.
+    // Makes name what the high-res link points at, without touching the disk. When another thread began to
+    // store in between, that thread's name stands. Of two stores at once either may stay.
     void setLinkedFilename(const LightweightString<wchar_t>& name) const;
     // Writes the link file of the high-res file and then of each proxy; the result is that of the last one.
     bool realiseLinks(bool overwrite);

@@ -10,7 +10,6 @@
 #include <mutex>
 
 using FileRecords::isPresent;
-using FileRecords::isSameFile;
 
 namespace {
 

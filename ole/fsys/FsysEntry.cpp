@@ -21,7 +21,7 @@ std::mutex& startGuard()
 void tellBackendOnce()
 {
     static std::once_flag told;
-    std::call_once(told, [] { Log("fsys: %s\n", os::backendChoiceText()); });
+    std::call_once(told, [] { Log("%s\n", os::backendChoiceText()); });
 }
 
 }  // namespace

@@ -35,9 +35,9 @@ void showReadBuffer(std::uint32_t bytes)
 // Whole kilobytes, shown with a decimal.
 void showWriteBuffer(std::uint32_t bytes)
 {
+    const std::uint32_t kilobytes = bytes / bytesPerKilobyte;
     char text[64];
-    std::snprintf(text, sizeof text, "Wbytes in Fsys: %.1fKbytes ",
-                  static_cast<double>(bytes / bytesPerKilobyte));
+    std::snprintf(text, sizeof text, "Wbytes in Fsys: %.1fKbytes ", static_cast<double>(kilobytes));
     herc_putstr(32, 6, text);
 }
 

@@ -9,7 +9,7 @@
 // Where no registered location goes with it, the path is used as it stands.
 //
 // Threads:    a plain value; one that several threads share must not be changed. getOsPath asks the
-//             drive registry for the root of that moment.
+//             drive registry for the root of that moment, safely while drives come and go.
 // Errors:     nothing here fails, and no operation looks at the disk.
 class FSYS_API MaterialFilename
 {

@@ -53,7 +53,8 @@ Buffer<MaterialLink::linkFileSize> makeLinkContents(const Path& target)
 bool MaterialLink::getLinkedFilename(const LightweightString<wchar_t>& osPath,
                                      LightweightString<wchar_t>& target)
 {
-    const Path path = osPath;  // target may be the very same object
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): target may be the same object
+    const Path path = osPath;
     target = Path();
     if (files().getFileSize(path) != linkFileSize) {
         target = path;
@@ -105,10 +106,12 @@ bool MaterialLink::createLink(const LightweightString<wchar_t>& osPath,
         Qz::assertionFailed("false", "ole/fsys/MaterialLink line 129");
         return false;
     }
+    // Another process may have made the file since it was asked for; then it is not ours to remove.
+    const bool madeHere = !existed && file->getSize() == 0;
     const bool written = file->write(0, contents.data(), contents.size(), nullptr);
     file.reset();
     // A cut link has another size than a link, so the next scan would take it for media.
-    if (!written && !existed)
+    if (!written && madeHere)
         files().deleteFile(osPath);
     return written;
 }

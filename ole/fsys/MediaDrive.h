@@ -31,7 +31,7 @@ struct FSYS_API VolumeInfo
 //             taken from there keeps the record alive after the location has left the registry.
 // Units:      space figures in whole megabytes (bytes >> 20), held as doubles.
 // Registry:   names, locations and space of a drive are asked of the registry by id, so a drive that is
-//             not registered has no local name, no locations and no space.
+//             not registered has no user name but its own, no locations and no space.
 class FSYS_API MediaDrive : public iObject
 {
 public:
@@ -58,7 +58,7 @@ public:
     void setName(const LightweightString<wchar_t>& name);
     [[nodiscard]] bool is_unnamed() const;
     [[nodiscard]] iDiskDrive::eType getType() const { return type_; }
-    // Root of the location; never ends in the separator it was given with. Empty for "/".
+    // Root of the location, as it was given less one trailing separator. Empty for "/".
     [[nodiscard]] const Path& getPath() const { return path_; }
     // Root with one trailing separator, ready for comparisons; empty when the root is.
     [[nodiscard]] const Path& getRootLocation() const { return rootLocation_; }

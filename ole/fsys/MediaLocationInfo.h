@@ -16,7 +16,7 @@
 class FSYS_API MediaLocationInfo
 {
 public:
-    // True when no file is known to be reachable: every status is eStatusOffline, or there is none.
+    // True when every status is eStatusOffline, also when there is none.
     [[nodiscard]] bool allMediaOffline() const;
     // True when at least one status is eStatusOffline.
     [[nodiscard]] bool someMediaOffline() const;

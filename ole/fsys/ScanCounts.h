@@ -6,7 +6,7 @@
 struct ScanCounts
 {
     std::uint64_t files = 0;              // listed
-    std::uint64_t clips = 0;              // new entries of the index
+    std::uint64_t clips = 0;              // filed for the first time by a listed file
     std::uint64_t augmented = 0;          // files of clips that had an entry
     std::uint64_t proxies = 0;            // accepted files that are proxies
     std::uint64_t skippedEmpty = 0;       // no bytes

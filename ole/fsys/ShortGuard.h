@@ -6,8 +6,9 @@
 
 // ShortGuard: a lock of one byte for records that exist by the million.
 //
-// For sections of a few instructions that copy or replace fields: never held across a call to the
-// platform, a callback or another subsystem. Not recursive. Use it through std::lock_guard.
+// For short sections that copy or replace fields, up to the copy of a clip's list of records: never held
+// across a call to the platform, a callback or another subsystem. Not recursive. Use it through
+// std::lock_guard.
 class ShortGuard
 {
 public:

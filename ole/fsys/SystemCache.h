@@ -51,7 +51,8 @@ public:
     static void addMediaLocation(DriveId drive);
     // Scans one folder, whose path ends with the separator: each file whose name up to the first '.' is the
     // text of a cookie (in any case) is filed under that cookie. Adds and never removes; a file that is
-    // found again replaces itself. A folder that cannot be listed changes nothing. No notification.
+    // found again replaces itself, and where there are no proxies becomes its own proxy as well. A folder
+    // that cannot be listed changes nothing. No notification.
     static void addDirectory(const MaterialFilename& folder);
     // False for companions of media files, which carry the whole name of the media file and one of a fixed
     // set of endings. Upper and lower case differ.
@@ -110,9 +111,9 @@ public:
     // Adds a proxy to cookie alone, not to the clip's sound cookies. No notification.
     static void addProxyFile(const Cookie& cookie, const MediaFileInfo& file);
     // Deletes media of cookie and their companions from disk and drops them; the cookie leaves the index when
-    // nothing of it is left. With notify listeners hear "SysCacheDel" before anything is deleted. The result
-    // is 1, or the platform's error code of the last deletion that failed. An unknown cookie prints an
-    // assertion line.
+    // nothing of it is left, but stays for any mask other than 1, 2 and 3. With notify listeners hear
+    // "SysCacheDel" before anything is deleted. The result is 1, or the platform's error code of the last
+    // deletion that failed. An unknown cookie prints an assertion line and gives 1.
     static unsigned removeFile(const Cookie& cookie, bool notify, unsigned mediaTypes);
     // Drops a proxy from the entry; the disk is not touched. No notification.
     static void removeProxyFile(const Cookie& cookie, const MediaFileInfo& file);

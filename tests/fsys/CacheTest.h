@@ -1,7 +1,9 @@
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -201,20 +203,27 @@ public:
     bool getsThrough()
     {
         thread_ = std::thread([this] {
-            started_ = true;
+            tell(started_);
             (void)SystemCache::fileExists(Cookie(CookieTypeVision, 1, 0));
-            done_ = true;
+            tell(done_);
         });
-        while (!started_)
-            std::this_thread::yield();
-        for (int i = 0; i < 300 && !done_; ++i)
-            std::this_thread::yield();
-        return done_;
+        std::unique_lock hold(mutex_);
+        changed_.wait(hold, [this] { return started_; });
+        return changed_.wait_for(hold, std::chrono::milliseconds(50), [this] { return done_; });
     }
 
 private:
-    std::atomic<bool> started_{false};
-    std::atomic<bool> done_{false};
+    void tell(bool& state)
+    {
+        const std::lock_guard hold(mutex_);
+        state = true;
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;  // guards the states
+    std::condition_variable changed_;
+    bool started_ = false;
+    bool done_ = false;
     std::thread thread_;
 };
 

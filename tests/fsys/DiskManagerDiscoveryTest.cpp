@@ -50,6 +50,13 @@ TEST_F(DiskManagerDiscovery, AnyDiskAtAllMakesTheResultTrue)
     EXPECT_EQ(registered(), 0u);
 }
 
+TEST_F(DiskManagerDiscovery, OnlyTheListOfMountedVolumesIsAskedFor)
+{
+    DiskManager::discoverVolumes();
+    EXPECT_EQ(os.log().count(fake::Op::listDisks), 1u);
+    EXPECT_EQ(os.log().count(fake::Op::listDisks, L"1"), 1u);  // the flag
+}
+
 TEST_F(DiskManagerDiscovery, DisksAreRegisteredInTheOrderOfTheList)
 {
     addMediaDisk(L"/z/");
@@ -102,6 +109,17 @@ TEST_F(DiskManagerDiscovery, ARegisteredPathIsReportedAndItsDriveAnswered)
     EXPECT_EQ(registered(), 1u);
     EXPECT_TRUE(DiskManager::isVolumeAutoDiscovered(first));
     EXPECT_EQ(addPlace(L"/b/"), DriveId('2'));
+}
+
+TEST_F(DiskManagerDiscovery, AddingARegisteredPathRefreshesItsSpace)
+{
+    const auto disk = addDisk(L"/a/", 5 * MB);
+    DriveId id;
+    ASSERT_TRUE(DiskManager::addMaterialVolume(L"/a/", id, false));
+    disk->set({.freeBytes = 30 * MB, .root = L"/a/"});
+    ASSERT_EQ(DiskManager::getVolume(id)->getSpaceMB(), 5.0);
+    printedBy([&] { EXPECT_TRUE(DiskManager::addMaterialVolume(L"/a/", id, false)); });
+    EXPECT_EQ(DiskManager::getVolume(id)->getSpaceMB(), 30.0);
 }
 
 TEST_F(DiskManagerDiscovery, WithoutItsSeparatorARegisteredPathIsRegisteredAgain)

@@ -113,9 +113,15 @@ TEST_F(DiskManagerTest, InfoOfAnUnknownOrUnreachableDriveIsZero)
     VolumeInfo info{.freeBytes = 3, .totalBytes = 4, .isLocal = true, .slow = true};
     EXPECT_EQ(DiskManager::getVolInfo(unknown(), &info), 0);
     EXPECT_EQ(info.freeBytes, 3u);
+    EXPECT_EQ(info.totalBytes, 4u);
+    EXPECT_TRUE(info.isLocal);
+    EXPECT_TRUE(info.slow);
     const DriveId id = addPlace(L"/a/");
     os.files().clearDrives();
     EXPECT_EQ(DiskManager::getVolInfo(id, &info), 0);
+    EXPECT_EQ(info.freeBytes, 3u);
+    EXPECT_EQ(info.totalBytes, 4u);
+    EXPECT_FALSE(info.slow);
 }
 
 TEST_F(DiskManagerTest, TheWalkFollowsTheOrderOfRegistrationAndEndsAtTheLast)
@@ -314,6 +320,20 @@ TEST_F(DiskManagerTest, InitDiscoversLoadsTheListAndRefreshesSpaceInThisOrder)
     EXPECT_EQ(listener.texts, std::vector<std::string>({"MediaLocationsChangeMsg", "disk manager update"}));
 }
 
+TEST_F(DiskManagerTest, AnUnmountedDriveThatTheUserHasListedIsBackAsALocationOfTheUser)
+{
+    addDisk(L"/a/");
+    os.files().addFolder(L"/a/Material");
+    os.files().addFile(L"/project/UnmountedDrives.txt", "/a/\n");
+    os.files().addFile(L"/project/DefNetDrive.txt", "/a/\n");
+    DiskManager::init(L"/project", false);
+    EXPECT_FALSE(DiskManager::isVolumePresent(DriveId('1')));  // what discovery found went first
+    const auto drive = DiskManager::getVolume(L"/a/");
+    ASSERT_TRUE(drive);
+    EXPECT_EQ(drive->getId(), DriveId('2'));
+    EXPECT_FALSE(drive->isAutoDiscovered());
+}
+
 // --- ids run out
 
 TEST_F(DiskManagerTest, WhenAllIdsAreUsedRegistrationIsRefusedForGood)
@@ -401,6 +421,19 @@ TEST_F(DiskManagerTest, TheTwoSecondsAreCountedFromZeroAfterInit)
     os.clock().setNow(2001);
     DiskManager::update_drives_and_groups();
     EXPECT_EQ(listener.count("disk manager update"), 1u);
+}
+
+TEST_F(DiskManagerTest, InitTellsAnUpdateHoweverRecentTheLastOneIs)
+{
+    addPlace(L"/a/");
+    os.files().addFile(L"/project/DefNetDrive.txt", "/a/\n");
+    const RegistryListener listener;
+    os.clock().setNow(5000);
+    DiskManager::update_drives_and_groups();
+    ASSERT_EQ(listener.count("disk manager update"), 1u);
+    os.clock().setNow(5500);
+    DiskManager::init(L"/project", true);
+    EXPECT_EQ(listener.count("disk manager update"), 2u);
 }
 
 TEST_F(DiskManagerTest, TheTwoSecondsAreCountedRightAcrossTheWrapOfTheClock)

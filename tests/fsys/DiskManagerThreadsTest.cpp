@@ -57,6 +57,10 @@ private:
             const auto path = MaterialFilename(id, L"/x").getOsPath();
             expect(path == L"/x" || path.endsWith(L"/x"));
         }
+        const DriveId third = DiskManager::get_drive(2);
+        expect(!third.valid() || third == DriveId('3'));
+        // None of the places has a volume, and so none has room.
+        expect(DiskManager::get_mins_of_recording_left(DriveId('1'), 1, 1) == -1);
         static_cast<void>(DiskManager::find_best_disk());
     }
     void expect(bool holds)

@@ -1,16 +1,43 @@
 #include "RegistryFixture.h"
 #include "fsys/DiskManager.h"
 #include "support/Preferences.h"
+#include "support/TempFolder.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 
 namespace {
 
+// A name for preferences of the tests' own, in place of the user's. They are opened once per process, so it
+// stays the same for all tests of one. The file itself is made on the fake platform; should it ever be made
+// on the real one, it goes with its folder.
+class OwnPreferences
+{
+public:
+    OwnPreferences() { setenv("FSYS_PREFS", folder_.path("preferences").c_str(), 1); }
+
+    [[nodiscard]] LightweightString<wchar_t> file() const { return folder_.wide("preferences"); }
+
+private:
+    TempFolder folder_;
+};
+
+// REQUIRES: the first call comes before the first use of prefs().
+const OwnPreferences& ownPreferences()
+{
+    static const OwnPreferences preferences;
+    return preferences;
+}
+
 class DriveSelection : public RegistryFixture
 {
 protected:
-    DriveSelection() { forget(); }
+    DriveSelection()
+    {
+        ownPreferences();
+        forget();
+    }
     ~DriveSelection() override { forget(); }
 
     static void forget()
@@ -154,6 +181,7 @@ TEST_F(DriveSelection, ATaskRemembersTheRootOfItsDrive)
     const DriveId id = addPlace(L"/Media/");
     DiskManager::setDriveForTask("Record", id);
     EXPECT_EQ(remembered("Media Location (Record)"), L"/Media");
+    EXPECT_EQ(os.files().contents(ownPreferences().file()), "Media Location (Record)=/Media\n");
     EXPECT_EQ(DiskManager::getDriveForTask("Record", false), id);
     EXPECT_EQ(DiskManager::getDriveForTask("Render", false), DriveId('0'));
 }

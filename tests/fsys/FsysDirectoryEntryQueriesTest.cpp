@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <thread>
+#include <utility>
+
+#include "os/testing/ForwardingFileManager.h"
+#include "os/testing/ForwardingOS.h"
 
 #include "CacheTest.h"
 
@@ -230,10 +235,22 @@ TEST_F(FsysDirectoryEntryQueries, ALinkWithAMissingTargetIsOffline)
 
 TEST_F(FsysDirectoryEntryQueries, AHighResFileThatWasNotTestedIsLookedUpByItsOwnPath)
 {
-    entry.addFile(clip, onDisk(clip, L".mov", 512));
-    entry.setLinkedFilename(L"/gone.mov");
-    entry.updateFileSize();  // online by its size
-    EXPECT_EQ(entry.updateStatus(eHighRes), eStatusOnline);
+    const auto becomeUntested = [&](FsysDirectoryEntry& changed, const wchar_t* target) {
+        changed.addFile(clip, info(clip, L".mov", 512));
+        changed.setLinkedFilename(target);
+        EXPECT_EQ(printedBy([&] { changed.updateFileSize(); }),
+                  "assertion failed highResFile_.size > 0 at ole/fsys/FsysDirectoryEntry line 436\n");
+        EXPECT_EQ(changed.fileSize(), 0u);
+        EXPECT_EQ(changed.getHighResFile().status, eStatusUnknown);
+    };
+    os.files().addSparseFile(L"/far/away.mov", 1000);
+    becomeUntested(entry, L"/far/away.mov");
+    EXPECT_EQ(entry.updateStatus(eHighRes), eStatusOffline);
+
+    const Qz::Ptr<FsysDirectoryEntry> found(new FsysDirectoryEntry);
+    becomeUntested(*found, L"/gone.mov");
+    onDisk(clip, L".mov");
+    EXPECT_EQ(found->updateStatus(eHighRes), eStatusOnline);
 }
 
 TEST_F(FsysDirectoryEntryQueries, UpdateFileSizeTakesTheSizeFromDiskAndSetsOnline)
@@ -261,6 +278,39 @@ TEST_F(FsysDirectoryEntryQueries, UpdateFileSizeOfAMissingFilePrintsAnAssertionA
               "assertion failed highResFile_.size > 0 at ole/fsys/FsysDirectoryEntry line 436\n");
     EXPECT_EQ(entry.fileSize(), 0u);
     EXPECT_EQ(entry.updateStatus(eHighRes), eStatusOnline);
+}
+
+TEST_F(FsysDirectoryEntryQueries, WhileAFileIsMeasuredItsRecordStaysAsItIsAndMayBeTested)
+{
+    class Measuring : public ForwardingFileManager
+    {
+    public:
+        using ForwardingFileManager::ForwardingFileManager;
+        std::uint64_t getFileSize(const Path& path) override
+        {
+            const std::uint64_t size = ForwardingFileManager::getFileSize(path);
+            std::exchange(meanwhile, [] {})();
+            return size;
+        }
+        std::function<void()> meanwhile;
+    };
+    os.files().addSparseFile(L"/far/away.mov", 1000);
+    entry.addFile(clip, info(clip, L".mov", 512));
+    entry.setLinkedFilename(L"/far/away.mov");
+    unsigned called = 0;
+    Measuring measuring(os.files());
+    measuring.meanwhile = [&] {
+        ++called;
+        EXPECT_EQ(entry.fileSize(), 512u);
+        EXPECT_EQ(entry.updateStatus(eHighRes), eStatusOnline);
+    };
+    ForwardingOS forwarding(os);
+    forwarding.use(measuring);
+    const ScopedOS installedForwarding(forwarding);
+    printedBy([&] { entry.updateFileSize(); });  // the link itself is missing
+    EXPECT_EQ(called, 1u);
+    EXPECT_EQ(entry.fileSize(), 0u);
+    EXPECT_EQ(entry.getHighResFile().status, eStatusOnline);
 }
 
 // --- threads

@@ -54,8 +54,10 @@ TEST(MaterialFilename, SharesTheBodyOfItsPathWithCopies)
 
 TEST(MaterialFilename, HandsOutItsPathWithoutCopying)
 {
-    const MaterialFilename file(DriveId('1'), L"abc");
-    EXPECT_EQ(&file.getPath(), &file.getPath());
+    const Path path = L"abc";
+    const MaterialFilename file(DriveId('1'), path);
+    const Path handedOut = file.getPath();
+    EXPECT_TRUE(handedOut.sharesBodyWith(path));
 }
 
 TEST(MaterialFilename, UsesThePathAsItStandsOnADriveThatIsNotRegistered)

@@ -248,6 +248,29 @@ TEST_F(MaterialLinkFile, ThatWasThereBeforeStaysWhenItCouldNotBeWritten)
     EXPECT_TRUE(folder.has("a.mov"));
 }
 
+TEST_F(MaterialLinkFile, ThatAnotherMadeMeanwhileStaysWhenItCouldNotBeWritten)
+{
+    // Another process makes the file after it was asked for and before it is opened.
+    class Racing : public FileSpy
+    {
+    public:
+        explicit Racing(const TestFolder& racedFolder) : folder_(racedFolder) {}
+        Qz::Ptr<iFile> open(const Path& path, unsigned access, unsigned creation, unsigned share,
+                            unsigned mode) override
+        {
+            folder_.write("a.mov", std::string(300, 'm'));
+            return FileSpy::open(path, access, creation, share, mode);
+        }
+
+    private:
+        const TestFolder& folder_;
+    };
+    Racing spy(folder);
+    spy.failWrites = true;
+    EXPECT_FALSE(MaterialLink::createLink(folder.path("a.mov"), L"/mnt/clip.mov", true));
+    EXPECT_TRUE(folder.has("a.mov"));
+}
+
 TEST_F(MaterialLinkFile, TakesATargetOf511Bytes)
 {
     const std::string longest = "/" + std::string(510, 'x');

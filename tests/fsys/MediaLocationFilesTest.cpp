@@ -148,6 +148,21 @@ TEST_F(MediaLocationFiles, RenamingALocationSavesItsNameAndTellsListeners)
     EXPECT_EQ(listener.texts, std::vector<std::string>({"MediaLocationsChangeMsg"}));
 }
 
+TEST_F(MediaLocationFiles, ListenersHearOfARenamingWhenTheNameIsSetAndSaved)
+{
+    const DriveId id = addPlace(L"/a/");
+    os.files().addFolder(L"/a/Material");
+    std::string saved;
+    LightweightString<wchar_t> name;
+    const RegistryListener listener([&](const NotifyMsg&) {
+        name = DiskManager::getVolume(id)->getName();
+        saved = os.files().contents(L"/a/Material/MediaSpaceInfo.txt");
+    });
+    DiskManager::renameMediaLocation(id, L"Archive");
+    EXPECT_EQ(name, L"Archive");
+    EXPECT_EQ(saved, "name=Archive\n");
+}
+
 TEST_F(MediaLocationFiles, RenamingOnAFullVolumeNamesInMemoryAndTellsListeners)
 {
     const DriveId id = addPlace(L"/a/", 0);
@@ -245,6 +260,20 @@ TEST_F(MediaLocationFiles, ALocationThatCannotBeAddedIsLoggedAndKeptAndTheRestIs
     EXPECT_EQ(listener.texts, std::vector<std::string>({"MediaLocationsChangeMsg"}));
 }
 
+TEST_F(MediaLocationFiles, ListenersHearOfAListWhenAllOfItHasBeenLoaded)
+{
+    addDisk(L"/a/");
+    addDisk(L"/b/");
+    os.files().addFile(listFile, "/a/\n/b/\n/gone/\n");
+    bool loaded = false;
+    const RegistryListener listener([&](const NotifyMsg&) {
+        loaded = DiskManager::getVolume(L"/a/") && DiskManager::getVolume(L"/b/") && missing().size() == 1;
+    });
+    DiskManager::addDrivesFromFile(listFile);
+    EXPECT_TRUE(loaded);
+    EXPECT_EQ(listener.texts.size(), 1u);
+}
+
 TEST_F(MediaLocationFiles, TheMissingLocationsAreThoseOfTheLastList)
 {
     os.files().addFile(listFile, "/gone/\n");
@@ -309,6 +338,21 @@ TEST_F(MediaLocationFiles, AnAddedLocationIsListedRegisteredScannedAndTold)
     EXPECT_EQ(listener.texts, std::vector<std::string>({"MediaLocationsChangeMsg"}));
 }
 
+TEST_F(MediaLocationFiles, ListenersHearOfAnAdditionWhenTheLocationIsListedNamedAndScanned)
+{
+    addDisk(L"/a/");
+    const Cookie cookie(CookieTypeVision, 0x100, 0);
+    os.files().addFile(LightweightString<wchar_t>(L"/a/Material/") + cookie.asWString() + L".mov", "media");
+    bool added = false;
+    const RegistryListener listener([&](const NotifyMsg&) {
+        const auto drive = DiskManager::getVolume(L"/a/");
+        added = drive && drive->getName() == L"a" && os.files().contents(listFile) == "/a/\n" &&
+                SystemCache::fileExists(cookie);
+    });
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/a/"));
+    EXPECT_TRUE(added);
+}
+
 TEST_F(MediaLocationFiles, ALocationIsAddedOnceWhateverItsCase)
 {
     addDisk(L"/a/");
@@ -366,6 +410,15 @@ TEST_F(MediaLocationFiles, OneOfTwoUnmountedDrivesComesBackAndTheOtherStaysListe
     EXPECT_TRUE(DiskManager::addMediaLocation(L"/a/"));
     EXPECT_EQ(os.files().contents(unmountedFile), "/b/\n");
     EXPECT_FALSE(os.files().has(listFile));
+    EXPECT_TRUE(DiskManager::isVolumeAutoDiscovered(DriveId('1')));
+}
+
+TEST_F(MediaLocationFiles, OfADriveThatIsUnmountedTwiceOneEntryGoes)
+{
+    addDisk(L"/a/");
+    os.files().addFile(unmountedFile, "/a/\n/b/\n/a/\n");
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/a/"));
+    EXPECT_EQ(os.files().contents(unmountedFile), "/b/\n/a/\n");
     EXPECT_TRUE(DiskManager::isVolumeAutoDiscovered(DriveId('1')));
 }
 
@@ -511,6 +564,31 @@ TEST_F(MediaLocationFiles, DrivesWithIdsAboveZAreUnmountedListedAndTold)
               std::vector<std::string>({"MediaLocationsChangeMsg", "MediaLocationsChangeMsg"}));
     EXPECT_TRUE(SystemCache::fileExists(cookie));  // the cache is not told
     std::filesystem::remove(file);
+}
+
+TEST_F(MediaLocationFiles, TheListOfUnmountedDrivesIsReplacedAndUtf8)
+{
+    os.files().addDrive(L"/");
+    addFolders(42);
+    os.files().addFolder(L"/\u00c4");
+    DriveId id;
+    ASSERT_TRUE(DiskManager::addMaterialVolume(L"/\u00c4", id, false));
+    const std::string file = realFile();
+    std::ofstream(file) << "an old line that is longer than the new one\n";
+    EXPECT_TRUE(DiskManager::unmountDrives(file.c_str()));
+    EXPECT_EQ(realContents(file), "/\xc3\x84\n");
+    std::filesystem::remove(file);
+}
+
+TEST_F(MediaLocationFiles, DrivesGoSilentlyWhenTheirListCannotBeOpened)
+{
+    os.files().addDrive(L"/");
+    addFolders(44);
+    const std::string file = realFile() + "/no/such/folder";
+    EXPECT_EQ(printedBy([&] { EXPECT_TRUE(DiskManager::unmountDrives(file.c_str())); }), "");
+    EXPECT_FALSE(DiskManager::isVolumePresent(DriveId('[')));
+    EXPECT_FALSE(DiskManager::isVolumePresent(DriveId('\\')));
+    EXPECT_EQ(log.logged + log.both, "");
 }
 
 TEST_F(MediaLocationFiles, ADriveIsStillRegisteredWhenItsUnmountingIsTold)

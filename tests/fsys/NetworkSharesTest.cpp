@@ -96,6 +96,23 @@ TEST_F(NetworkShares, ANetworkDriveOnAnExportedShareKnowsItsLocalPath)
     });
 }
 
+TEST_F(NetworkShares, ACopyOfANetworkDriveHasNeitherItsTypeNorItsNames)
+{
+    inExportingProcess([this] {
+        os.files().setUNCName(L"\\\\HOST\\MEDIA\\x", L"\\\\HOST\\MEDIA\\x");
+        const MediaDrive drive(DriveId('5'), L"\\\\HOST\\MEDIA\\x", iDiskDrive::eNetwork);
+        ASSERT_EQ(drive.getType(), iDiskDrive::eNetwork);
+        ASSERT_EQ(drive.getUNCName(), L"\\\\HOST\\MEDIA\\x");
+        ASSERT_EQ(drive.getLocalShare(), L"/srv/media/x");
+        const MediaDrive copy(drive);
+        EXPECT_EQ(copy.getId(), DriveId('5'));
+        EXPECT_EQ(copy.getType(), iDiskDrive::eLocal);
+        EXPECT_EQ(copy.getUNCName(), L"");
+        EXPECT_EQ(copy.getLocalShare(), L"");
+        EXPECT_EQ(copy.getPath(), L"");
+    });
+}
+
 TEST_F(NetworkShares, ADriveIsFoundByItsLocalShareToTheLetter)
 {
     inExportingProcess([this] {

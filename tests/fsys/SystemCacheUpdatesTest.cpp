@@ -1,7 +1,11 @@
 #include <cerrno>
+#include <list>
+#include <thread>
 
 #include "fsys/SystemCache.h"
 #include "os/LastError.h"
+#include "os/testing/ForwardingFileManager.h"
+#include "os/testing/ForwardingOS.h"
 
 #include "CacheTest.h"
 
@@ -123,6 +127,41 @@ TEST_F(SystemCacheUpdates, RemovingTheProxiesLeavesTheCookieWithItsHighResFile)
     EXPECT_TRUE(onDiskStill(L".mov"));
     EXPECT_FALSE(onDiskStill(L".proxy.540.mov"));
     EXPECT_TRUE(SystemCache::fileExists(clip));
+}
+
+TEST_F(SystemCacheUpdates, RemovingTheProxiesIsAnnouncedOnceAsARemovalOfTheCookie)
+{
+    SystemCache::addFile(clip, onDisk(clip, L".mov"), false);
+    SystemCache::addFile(clip, onDisk(clip, L".proxy.540.mov"), false);
+    SystemCache::addFile(clip, onDisk(clip, L".proxy.270.mov"), false);
+    const CacheListener listener;
+    EXPECT_EQ(SystemCache::removeFile(clip, true, eProxy), 1u);
+    ASSERT_EQ(listener.heard.size(), 1u);
+    EXPECT_EQ(listener.heard[0].type, "SysCacheDel");
+    EXPECT_EQ(listener.heard[0].text, clip.asString(true).str());
+}
+
+TEST_F(SystemCacheUpdates, FilesAreDeletedUnderTheLock)
+{
+    class Deleting : public ForwardingFileManager
+    {
+    public:
+        using ForwardingFileManager::ForwardingFileManager;
+        bool deleteFile(const Path& path) override
+        {
+            EXPECT_FALSE(others.emplace_back().getsThrough()) << toUTF8(path).c_str();
+            return ForwardingFileManager::deleteFile(path);
+        }
+        std::list<OtherThread> others;
+    };
+    SystemCache::addFile(clip, onDisk(clip, L".mov"), false);
+    SystemCache::addFile(clip, onDisk(clip, L".proxy.540.mov"), false);
+    Deleting deleting(os.files());
+    ForwardingOS forwarding(os);
+    forwarding.use(deleting);
+    const ScopedOS installedForwarding(forwarding);
+    EXPECT_EQ(SystemCache::removeFile(clip, false, eHighRes | eProxy), 1u);
+    EXPECT_EQ(deleting.others.size(), 2u);
 }
 
 TEST_F(SystemCacheUpdates, TheLastKindThatIsRemovedTakesTheCookieAlong)

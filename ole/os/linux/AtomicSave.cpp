@@ -34,7 +34,7 @@ std::string endOfLinks(std::string path)
         if (length < 0)
             break;
         const std::string text(target, static_cast<std::size_t>(length));
-        path = text.starts_with('/') ? text : splitPath(path).folder + text;
+        path = text.starts_with('/') ? text : splitPath(path).folder.append(text);
     }
     return path;
 }

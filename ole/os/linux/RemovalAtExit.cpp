@@ -22,7 +22,7 @@ struct Removal
     std::string path;
     bool mayHang = false;
 
-    auto operator<=>(const Removal&) const = default;
+    auto operator<=>(const Removal&) const = default;  // NOLINT(modernize-use-nullptr): mistakes <=> for 0
 };
 
 struct Registered
