@@ -42,9 +42,11 @@ def read(path):
 
 def reason(output, skip):
     lines = [line.strip() for line in output.splitlines() if line.strip()]
-    for before, line in zip(lines, lines[1:]):
-        if "Skipped" in line or before.endswith("Skipped"):
-            return line if before.endswith("Skipped") else before
+    for before, line in zip(lines, lines[1:] + [""]):
+        if before.startswith("Skipped: "):
+            return before[len("Skipped: "):]
+        if before.endswith(": Skipped"):
+            return line
     return (skip.get("message") if skip is not None else "") or (lines[-1] if lines else "no reason given")
 
 
