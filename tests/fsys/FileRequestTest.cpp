@@ -73,6 +73,21 @@ public:
     std::vector<FileRequest*> issued;
 };
 
+// A caller that asks for the same range again as soon as it is told of an error.
+struct Retry : public iObject
+{
+    FsysFile* file = nullptr;
+    std::vector<RequestStatus> statuses;
+    static void function(Qz::Ptr<iObject>& context, Qz::Ptr<iMemHolder>&, RequestStatus status)
+    {
+        auto& self = static_cast<Retry&>(*context);
+        self.statuses.push_back(status);
+        if (status == eRequestError) {
+            EXPECT_EQ(1U, self.file->DirectRead(0, 512, false, &function, context));
+        }
+    }
+};
+
 }  // namespace
 
 TEST_F(FileRequestTest, AReadIsRoundedToWholeSectors)
@@ -458,19 +473,6 @@ TEST_F(FileRequestTest, DestructionReleasesTheContextsOfAllCallers)
 
 TEST_F(FileRequestTest, ACallerThatAsksAgainFromItsErrorGetsANewRequest)
 {
-    struct Retry : public iObject
-    {
-        FsysFile* file = nullptr;
-        std::vector<RequestStatus> statuses;
-        static void function(Qz::Ptr<iObject>& context, Qz::Ptr<iMemHolder>&, RequestStatus status)
-        {
-            auto& self = static_cast<Retry&>(*context);
-            self.statuses.push_back(status);
-            if (status == eRequestError) {
-                EXPECT_EQ(1U, self.file->DirectRead(0, 512, false, &function, context));
-            }
-        }
-    };
     const Qz::Ptr<Retry> retry(new Retry);
     retry->file = openForReading(pattern(4096));
     Qz::Ptr<iObject> context = retry;
@@ -483,21 +485,8 @@ TEST_F(FileRequestTest, ACallerThatAsksAgainFromItsErrorGetsANewRequest)
     EXPECT_THAT(retry->statuses, ElementsAre(eRequestError, eRequestSuccess));
 }
 
-TEST_F(FileRequestTest, TheSameHoldsForAStartThatFails)
+TEST_F(FileRequestTest, ACallerThatAsksAgainWhenItsStartFailedGetsANewRequest)
 {
-    struct Retry : public iObject
-    {
-        FsysFile* file = nullptr;
-        std::vector<RequestStatus> statuses;
-        static void function(Qz::Ptr<iObject>& context, Qz::Ptr<iMemHolder>&, RequestStatus status)
-        {
-            auto& self = static_cast<Retry&>(*context);
-            self.statuses.push_back(status);
-            if (status == eRequestError) {
-                EXPECT_EQ(1U, self.file->DirectRead(0, 512, false, &function, context));
-            }
-        }
-    };
     const Qz::Ptr<Retry> retry(new Retry);
     retry->file = openForReading(pattern(4096));
     os.faults().failNext(fake::Op::asyncRead, errorFromErrno(EIO));
