@@ -15,6 +15,7 @@ struct FILE_INFO
     std::int64_t modifiedNs = 0;  // nanoseconds since 1970
     std::uint64_t inode = 0;
     std::uint64_t device = 0;
+    std::uint64_t links = 0;  // names that the file has; 0 once the last one was removed
 };
 
 // iFile: an open file of the platform.
@@ -42,6 +43,19 @@ public:
     virtual bool getInfo(FILE_INFO* info) = 0;
     // Size now, in bytes; 0 on failure.
     [[nodiscard]] virtual std::uint64_t getSize() = 0;
+
+    // True when all that was written to the file, through any handle, is on the device. After a failure
+    // nobody knows what is.
+    [[nodiscard]] virtual bool flush() = 0;
+    // Cuts the file off or lengthens it by zero bytes.
+    [[nodiscard]] virtual bool setSize(std::uint64_t bytes) = 0;
+    // Bytes from the start up to the first that nobody ever wrote, or the size when there is no such
+    // byte or the file system cannot tell. False leaves *bytes untouched.
+    [[nodiscard]] virtual bool getWrittenSize(std::uint64_t* bytes) = 0;
+    // Claims the file for this handle until it is closed or the process ends: true for the first handle
+    // that asks. Others read and write as before; only their claims fail. Across machines it holds where
+    // the file system carries such claims.
+    [[nodiscard]] virtual bool claim() = 0;
 
     // Bit 0 (os::capabilityAsync): the file can serve asynchronous transfers. This describes the file,
     // not the mode of this handle: a regular file answers 1 however it was opened, directly opened

@@ -53,6 +53,9 @@ public:
     [[nodiscard]] virtual bool fileExists(const Path& path) = 0;
     // Removes a file (a link, not what it points at). Refuses folders.
     virtual bool deleteFile(const Path& path) = 0;
+    // Gives a file another name, durably: after a crash it has one of the two. Fails with EEXIST when there
+    // is something under the new one.
+    virtual bool renameFile(const Path& from, const Path& to) = 0;
     // Reads at most limit bytes of a file; contents is empty after a failure. A longer file fails.
     virtual bool readWholeFile(const Path& path, std::size_t limit, std::string& contents) = 0;
     // Replaces a file as a whole: after a crash, a full disk or a failure there is either the old file or

@@ -189,6 +189,32 @@ TEST(FakeFileManager, DeletesFilesOnly)
     EXPECT_FALSE(os.files().has(L"/m/a"));
 }
 
+TEST(FakeFileManager, RenamesFilesAndReplacesNothing)
+{
+    FakeOS os;
+    FakeFileManager& files = os.files();
+    files.addFile(L"/m/a", "a");
+    files.addFile(L"/m/b", "b");
+    const Qz::Ptr<iFile> open = files.open(L"/m/b", os::accessRead, os::creationOpen, os::shareAll, 0);
+    EXPECT_FALSE(files.renameFile(L"/m/a", L"/m/b"));
+    EXPECT_EQ(lastError(), errorFromErrno(EEXIST));
+    EXPECT_FALSE(files.renameFile(L"/m", L"/n"));
+    EXPECT_EQ(lastError(), errorFromErrno(EISDIR));
+    EXPECT_FALSE(files.renameFile(L"/m/none", L"/m/c"));
+    EXPECT_EQ(lastError(), errorFromErrno(ENOENT));
+    EXPECT_FALSE(files.renameFile(L"/m/a", L"/nowhere/c"));
+    os.faults().failNext(fake::Op::renameFile, errorFromErrno(EIO));
+    EXPECT_FALSE(files.renameFile(L"/m/a", L"/m/c"));
+    EXPECT_EQ(lastError(), errorFromErrno(EIO));
+    EXPECT_TRUE(files.renameFile(L"/m/a", L"/m/c"));
+    EXPECT_FALSE(files.has(L"/m/a"));
+    EXPECT_EQ(files.contents(L"/m/c"), "a");
+    FILE_INFO info;
+    EXPECT_TRUE(files.deleteFile(L"/m/b"));
+    EXPECT_TRUE(open->getInfo(&info));
+    EXPECT_EQ(info.links, 0U);
+}
+
 TEST(FakeFileManager, DeletesTreesButNoRootAndNoMount)
 {
     FakeOS os;

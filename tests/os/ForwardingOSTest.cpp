@@ -84,7 +84,8 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
     EXPECT_TRUE(files.listDirectory(L"/m/*.*", items));
     EXPECT_TRUE(files.listFilesWithPrefix(L"/m", L"a", items));
     EXPECT_TRUE(files.deleteTree(L"/m/c"));
-    EXPECT_TRUE(files.deleteFile(L"/m/b"));
+    EXPECT_TRUE(files.renameFile(L"/m/b", L"/m/d"));
+    EXPECT_TRUE(files.deleteFile(L"/m/d"));
     EXPECT_EQ(files.getPathSeparator(), L'/');
     EXPECT_EQ(files.resolvePath(L"/m//a"), iFileManager::Path(L"/m/a"));
     EXPECT_TRUE(files.hasDirectoryPart(L"/m/a"));
@@ -101,6 +102,7 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
                               fake::Op::getFileSize,
                               fake::Op::fileExists,
                               fake::Op::deleteFile,
+                              fake::Op::renameFile,
                               fake::Op::readWholeFile,
                               fake::Op::replaceFile,
                               fake::Op::directoryExists,
@@ -137,6 +139,12 @@ void readThroughAWrapper(iOperatingSystem& target, const wchar_t* path, const st
     FILE_INFO info;
     EXPECT_TRUE(file->getInfo(&info));
     EXPECT_EQ(file->getSize(), info.size);
+    EXPECT_TRUE(file->flush());
+    EXPECT_TRUE(file->claim());
+    std::uint64_t writtenSize = 0;
+    EXPECT_TRUE(file->getWrittenSize(&writtenSize));
+    EXPECT_EQ(writtenSize, info.size);
+    EXPECT_FALSE(file->setSize(0)) << "the handle is for reading";
     EXPECT_EQ(file->getAsyncCapability(), 1U);
 
     buffer.assign(buffer.size(), '-');

@@ -57,6 +57,43 @@ TEST_F(LinuxFileManager, DeletesFilesAndLinksButNoFolders)
     EXPECT_TRUE(fs::exists(folder / "sub"));
 }
 
+TEST_F(LinuxFileManager, RenamesFilesAndReplacesNothing)
+{
+    folder.file("clip", "clip");
+    folder.file("other", "other");
+    folder.folder("sub");
+    EXPECT_FALSE(files.renameFile(at("clip"), at("other")));
+    EXPECT_EQ(lastError(), errorFromErrno(EEXIST));
+    EXPECT_EQ(contentsOf(folder / "other"), "other");
+    EXPECT_FALSE(files.renameFile(at("missing"), at("new")));
+    EXPECT_EQ(lastError(), errorFromErrno(ENOENT));
+    EXPECT_FALSE(files.renameFile(at("sub"), at("new")));
+    EXPECT_EQ(lastError(), errorFromErrno(EISDIR));
+    EXPECT_FALSE(files.renameFile(at("clip"), at("nowhere/new")));
+    EXPECT_EQ(contentsOf(folder / "clip"), "clip");
+    EXPECT_TRUE(files.renameFile(at("clip"), at("sub/new")));
+    EXPECT_EQ(contentsOf(folder / "sub/new"), "clip");
+    EXPECT_FALSE(fs::exists(folder / "clip"));
+}
+
+TEST_F(LinuxFileManager, RenamesWithBackslashesInBothNames)
+{
+    folder.folder("sub");
+    folder.file("sub/clip", "clip");
+    EXPECT_TRUE(files.renameFile(at("sub\\clip"), at("sub\\new")));
+    EXPECT_EQ(contentsOf(folder / "sub/new"), "clip");
+}
+
+TEST_F(LinuxFileManager, ARemovedFileHasNoName)
+{
+    const Qz::Ptr<iFile> file =
+        files.open(wide(folder.file("clip", "clip")), os::accessRead, os::creationOpen, os::shareAll, 0);
+    ASSERT_TRUE(files.deleteFile(at("clip")));
+    FILE_INFO info;
+    ASSERT_TRUE(file->getInfo(&info));
+    EXPECT_EQ(info.links, 0U);
+}
+
 TEST_F(LinuxFileManager, OpensOnlyWhatIsNeitherFileNorFolderDirectly)
 {
     folder.file("clip");

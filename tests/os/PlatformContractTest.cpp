@@ -229,6 +229,87 @@ TEST_P(PlatformContract, FileInformationTellsTheSizeAsItIs)
     EXPECT_EQ(file->getSize(), 8U);
 }
 
+TEST_P(PlatformContract, FileInformationTellsThatTheFileHasAName)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessRead, os::creationOpen, os::modePlain);
+    FILE_INFO info;
+    ASSERT_TRUE(file->getInfo(&info));
+    EXPECT_EQ(info.links, 1U);
+}
+
+TEST_P(PlatformContract, AFileIsCutOffAndLengthened)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessWrite, os::creationOpen, os::modePlain);
+    EXPECT_TRUE(file->setSize(2));
+    EXPECT_EQ(contentsOf("f"), "12");
+    EXPECT_TRUE(file->setSize(4));
+    EXPECT_EQ(contentsOf("f"), std::string("12\0\0", 4));
+    setLastError(0);
+    EXPECT_FALSE(file->setSize(positionMax + 1));
+    EXPECT_EQ(lastError(), errorFromErrno(EINVAL));
+    EXPECT_EQ(file->getSize(), 4U);
+}
+
+TEST_P(PlatformContract, AHandleForReadingDoesNotChangeTheSize)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessRead, os::creationOpen, os::modePlain);
+    EXPECT_FALSE(file->setSize(2));
+    EXPECT_EQ(contentsOf("f"), "12345");
+}
+
+TEST_P(PlatformContract, WhatWasWrittenIsFlushed)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessWrite, os::creationOpen, os::modePlain);
+    ASSERT_TRUE(file->write(5, "6", 1, nullptr));
+    EXPECT_TRUE(file->flush());
+}
+
+TEST_P(PlatformContract, TheWrittenSizeEndsAtTheFirstHole)
+{
+    constexpr std::uint64_t hole = std::uint64_t{1} << 20;  // larger than any file system's block
+    const std::string block(static_cast<std::size_t>(hole), 'x');
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessWrite, os::creationNew, os::modePlain);
+    ASSERT_TRUE(file);
+    std::uint64_t written = 77;
+    EXPECT_TRUE(file->getWrittenSize(&written));
+    EXPECT_EQ(written, 0U);
+    ASSERT_TRUE(file->write(0, block.data(), block.size(), nullptr));
+    ASSERT_TRUE(file->write(2 * hole, block.data(), block.size(), nullptr));
+    EXPECT_TRUE(file->getWrittenSize(&written));
+    EXPECT_EQ(written, hole);
+    ASSERT_TRUE(file->write(hole, block.data(), block.size(), nullptr));
+    EXPECT_TRUE(file->getWrittenSize(&written));
+    EXPECT_EQ(written, 3 * hole);
+}
+
+TEST_P(PlatformContract, AnOddSizeWithoutHolesIsWrittenWhole)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    std::uint64_t written = 0;
+    EXPECT_TRUE(
+        platform().open("f", os::accessRead, os::creationOpen, os::modePlain)->getWrittenSize(&written));
+    EXPECT_EQ(written, 5U);
+}
+
+TEST_P(PlatformContract, AFileIsClaimedByOneHandleUntilThatIsClosed)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> first = platform().open("f", os::accessRead, os::creationOpen, os::modePlain);
+    const Qz::Ptr<iFile> second = platform().open("f", os::accessWrite, os::creationOpen, os::modePlain);
+    EXPECT_TRUE(first->claim());
+    EXPECT_TRUE(first->claim());
+    setLastError(0);
+    EXPECT_FALSE(second->claim());
+    EXPECT_EQ(lastError(), errorFromErrno(EWOULDBLOCK));
+    EXPECT_TRUE(second->write(0, "x", 1, nullptr)) << "a claim forbids nothing but other claims";
+    first->close();
+    EXPECT_TRUE(second->claim());
+}
+
 TEST_P(PlatformContract, AClosedFileRefusesEverything)
 {
     ASSERT_TRUE(makeFile("f", "abc"));
@@ -247,6 +328,13 @@ TEST_P(PlatformContract, AClosedFileRefusesEverything)
     EXPECT_FALSE(file->getInfo(&info));
     EXPECT_EQ(info.size, 77U);
     EXPECT_EQ(file->getSize(), 0U);
+    std::uint64_t written = 77;
+    EXPECT_FALSE(file->getWrittenSize(&written));
+    EXPECT_EQ(written, 77U);
+    EXPECT_FALSE(file->flush());
+    EXPECT_FALSE(file->setSize(1));
+    EXPECT_FALSE(file->claim());
+    EXPECT_EQ(contentsOf("f"), "abc");
 }
 
 // --- what a file can do

@@ -1,6 +1,7 @@
 #include "os/linux/AtomicSave.h"
 
 #include "os/LastError.h"
+#include "os/linux/DurableRename.h"
 #include "os/linux/PathText.h"
 #include "os/linux/ScopedFd.h"
 
@@ -119,16 +120,6 @@ private:
     std::string path_;
     ScopedFd file_;
 };
-
-// Makes the renaming itself durable. Folders that cannot be opened or synchronised have no such promise
-// to give; only a disk that fails counts.
-int syncFolder(const std::string& folder)
-{
-    const ScopedFd fd(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.isOpen() || ::fsync(fd.get()) == 0)
-        return 0;
-    return errno == EIO || errno == ENOSPC || errno == EDQUOT ? errno : 0;
-}
 
 int whyNotReplaceable(const std::string& path, const struct stat& old)
 {

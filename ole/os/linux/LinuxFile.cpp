@@ -5,9 +5,11 @@
 #include "os/linux/LinuxAsyncContext.h"
 #include "os/linux/PortState.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,6 +87,7 @@ bool LinuxFile::getInfo(FILE_INFO* info)
     info->modifiedNs = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
     info->inode = status.st_ino;
     info->device = status.st_dev;
+    info->links = status.st_nlink;
     return true;
 }
 
@@ -92,6 +95,47 @@ std::uint64_t LinuxFile::getSize()
 {
     FILE_INFO info;
     return getInfo(&info) ? info.size : 0;
+}
+
+bool LinuxFile::flush()
+{
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    if (!file)
+        return failWith(EBADF);
+    return fsync(file->fd()) == 0 || failWith(errno);
+}
+
+bool LinuxFile::setSize(std::uint64_t bytes)
+{
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    if (!file)
+        return failWith(EBADF);
+    if (bytes > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()))
+        return failWith(EINVAL);
+    return ftruncate(file->fd(), static_cast<off_t>(bytes)) == 0 || failWith(errno);
+}
+
+bool LinuxFile::getWrittenSize(std::uint64_t* bytes)
+{
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    FILE_INFO info;
+    if (!file)
+        return failWith(EBADF);
+    if (!getInfo(&info))
+        return false;
+    // Every file ends in a hole, and one that is empty begins behind its end. File systems that know of no
+    // holes answer with the end or not at all.
+    const off_t hole = info.size == 0 ? 0 : lseek(file->fd(), 0, SEEK_HOLE);
+    *bytes = hole < 0 ? info.size : std::min(info.size, static_cast<std::uint64_t>(hole));
+    return true;
+}
+
+bool LinuxFile::claim()
+{
+    const Qz::Ptr<SharedDescriptor> file = descriptor();
+    if (!file)
+        return failWith(EBADF);
+    return flock(file->fd(), LOCK_EX | LOCK_NB) == 0 || failWith(errno);
 }
 
 bool LinuxFile::startTransfer(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,

@@ -24,6 +24,10 @@ public:
     bool write(std::uint64_t position, const void* buffer, std::size_t count, std::size_t* done) override;
     bool getInfo(FILE_INFO* info) override;
     [[nodiscard]] std::uint64_t getSize() override;
+    [[nodiscard]] bool flush() override;
+    [[nodiscard]] bool setSize(std::uint64_t bytes) override;
+    [[nodiscard]] bool getWrittenSize(std::uint64_t* bytes) override;
+    [[nodiscard]] bool claim() override;
     [[nodiscard]] unsigned getAsyncCapability() const override;
     bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
                    const Qz::Ptr<iAsyncContext>& context) override;

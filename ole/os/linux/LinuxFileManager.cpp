@@ -6,6 +6,7 @@
 #include "os/linux/DebugLine.h"
 #include "os/linux/DeleteTree.h"
 #include "os/linux/DirectoryListing.h"
+#include "os/linux/DurableRename.h"
 #include "os/linux/FileSystemKinds.h"
 #include "os/linux/LinuxAsyncContext.h"
 #include "os/linux/LinuxFile.h"
@@ -170,6 +171,15 @@ bool LinuxFileManager::deleteFile(const Path& path)
 {
     return atFound(path, false,
                    [](const std::string& found, Progress&) { return succeeded(::unlink(found.c_str())); });
+}
+
+bool LinuxFileManager::renameFile(const Path& from, const Path& to)
+{
+    return !isOffline(to) &&
+           atNamed(from, false, [newName = pathBytes(to)](const std::string& named, Progress& progress) {
+               const std::string found = pathAsFound(named);
+               return renameDurably(found, found == named ? newName : withOwnSeparators(newName), progress);
+           });
 }
 
 bool LinuxFileManager::readWholeFile(const Path& path, std::size_t limit, std::string& contents)

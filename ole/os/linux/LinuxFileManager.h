@@ -30,6 +30,7 @@ public:
     [[nodiscard]] std::uint64_t getFileSize(const Path& path) override;
     [[nodiscard]] bool fileExists(const Path& path) override;
     bool deleteFile(const Path& path) override;
+    bool renameFile(const Path& from, const Path& to) override;
     bool readWholeFile(const Path& path, std::size_t limit, std::string& contents) override;
     bool replaceFile(const Path& path, const std::string& contents) override;
 

@@ -16,6 +16,10 @@ constexpr std::array<const char*, opCount> names = {
     "write",
     "getInfo",
     "getSize",
+    "flush",
+    "setSize",
+    "getWrittenSize",
+    "claim",
     "asyncRead",
     "asyncWrite",
     "completion",
@@ -23,6 +27,7 @@ constexpr std::array<const char*, opCount> names = {
     "getFileSize",
     "fileExists",
     "deleteFile",
+    "renameFile",
     "readWholeFile",
     "replaceFile",
     "directoryExists",
@@ -63,7 +68,8 @@ bool hasRange(Op op)
 }
 bool hasCount(Op op)
 {
-    return op == Op::allocatePages || op == Op::releasePages || op == Op::sleep || op == Op::waitEvent;
+    return op == Op::setSize || op == Op::allocatePages || op == Op::releasePages || op == Op::sleep ||
+           op == Op::waitEvent;
 }
 bool hasNumber(Op op)
 {
@@ -78,10 +84,15 @@ bool touchesFileSystem(Op op)
     case Op::write:
     case Op::getInfo:
     case Op::getSize:
+    case Op::flush:
+    case Op::setSize:
+    case Op::getWrittenSize:
+    case Op::claim:
     case Op::isOpenedDirectly:
     case Op::getFileSize:
     case Op::fileExists:
     case Op::deleteFile:
+    case Op::renameFile:
     case Op::readWholeFile:
     case Op::replaceFile:
     case Op::directoryExists:

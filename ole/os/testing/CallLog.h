@@ -19,6 +19,10 @@ enum class Op {
     write,
     getInfo,
     getSize,
+    flush,
+    setSize,
+    getWrittenSize,
+    claim,
     asyncRead,   // the start of a transfer
     asyncWrite,  // the start of a transfer
     completion,  // the end of a transfer, about to be reported
@@ -26,6 +30,7 @@ enum class Op {
     getFileSize,
     fileExists,
     deleteFile,
+    renameFile,  // by its old name
     readWholeFile,
     replaceFile,
     directoryExists,

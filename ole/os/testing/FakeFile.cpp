@@ -58,6 +58,11 @@ void FakeFile::close()
     if (!file_->open.exchange(false))
         return;
     --core_->live.files;
+    {
+        const Guard guard(file_->node->mutex);
+        if (file_->node->claimedBy == file_->handle)
+            file_->node->claimedBy = 0;
+    }
     core_->log.add(callOn(*file_, Op::close));
 }
 
@@ -120,7 +125,8 @@ bool FakeFile::getInfo(FILE_INFO* info)
             call.code = fault->code;
     if (call.code == 0) {
         const Guard guard(file_->node->mutex);
-        *info = {file_->node->bytes.size(), file_->node->modifiedNs, file_->node->inode, 1};
+        *info = {file_->node->bytes.size(), file_->node->modifiedNs, file_->node->inode, 1,
+                 file_->node->links};
     } else {
         setLastError(call.code);
     }
@@ -139,6 +145,61 @@ std::uint64_t FakeFile::getSize()
     }
     const Guard guard(file_->node->mutex);
     return file_->node->bytes.size();
+}
+
+bool FakeFile::act(fake::Call call, unsigned access, const std::function<int(fake::Node&)>& action)
+{
+    call.code = checkRange(*file_, 0);
+    if (call.code == 0 && (file_->access & access) != access)
+        call.code = errorFromErrno(EINVAL);
+    if (call.code == 0) {
+        if (const auto fault = core_->faults.check(call.op, file_->path)) {
+            call.code = fault->code;
+        } else {
+            const Guard guard(file_->node->mutex);
+            if (const int error = action(*file_->node))
+                call.code = errorFromErrno(error);
+        }
+    }
+    core_->log.add(call);
+    if (call.code != 0)
+        setLastError(call.code);
+    return call.code == 0;
+}
+
+bool FakeFile::flush()
+{
+    return act(callOn(*file_, Op::flush), 0, [](fake::Node&) { return 0; });
+}
+
+bool FakeFile::setSize(std::uint64_t bytes)
+{
+    fake::Call call = callOn(*file_, Op::setSize);
+    call.count = bytes;
+    return act(call, os::accessWrite, [bytes](fake::Node& node) {
+        if (bytes > positionMax)
+            return EINVAL;
+        node.bytes.resize(bytes);
+        return 0;
+    });
+}
+
+bool FakeFile::getWrittenSize(std::uint64_t* bytes)
+{
+    return act(callOn(*file_, Op::getWrittenSize), 0, [bytes](fake::Node& node) {
+        *bytes = node.bytes.written();
+        return 0;
+    });
+}
+
+bool FakeFile::claim()
+{
+    return act(callOn(*file_, Op::claim), 0, [this](fake::Node& node) {
+        if (node.claimedBy != 0 && node.claimedBy != file_->handle)
+            return EWOULDBLOCK;
+        node.claimedBy = file_->handle;
+        return 0;
+    });
 }
 
 unsigned FakeFile::getAsyncCapability() const

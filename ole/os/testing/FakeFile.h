@@ -2,9 +2,11 @@
 
 #include "Qz/LightweightString.h"
 #include "os/iFile.h"
+#include "os/testing/CallLog.h"
 #include "os/testing/FakeTree.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -43,6 +45,10 @@ public:
     bool write(std::uint64_t position, const void* buffer, std::size_t count, std::size_t* done) override;
     bool getInfo(FILE_INFO* info) override;
     std::uint64_t getSize() override;
+    bool flush() override;
+    bool setSize(std::uint64_t bytes) override;
+    bool getWrittenSize(std::uint64_t* bytes) override;
+    bool claim() override;
     unsigned getAsyncCapability() const override;
     bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
                    const Qz::Ptr<iAsyncContext>& context) override;
@@ -55,6 +61,8 @@ public:
     [[nodiscard]] const fake::OpenFile& state() const { return *file_; }
 
 private:
+    // Calls action with the file's mutex held unless a fault is planned; logs, and sets the last error.
+    bool act(fake::Call call, unsigned access, const std::function<int(fake::Node&)>& action);
     bool startTransfer(bool isRead, std::uint64_t position, void* readBuffer, const void* writeBuffer,
                        std::size_t count, const Qz::Ptr<iAsyncContext>& context);
 

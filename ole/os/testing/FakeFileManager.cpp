@@ -167,6 +167,11 @@ bool FakeFileManager::deleteFile(const Path& path)
     return act(Op::deleteFile, path, [&] { return core_->tree.removeFile(path.view()); });
 }
 
+bool FakeFileManager::renameFile(const Path& from, const Path& to)
+{
+    return act(Op::renameFile, from, [&] { return core_->tree.rename(from.view(), to.view()); });
+}
+
 bool FakeFileManager::readWholeFile(const Path& path, std::size_t limit, std::string& contents)
 {
     contents.clear();

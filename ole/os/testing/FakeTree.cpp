@@ -208,8 +208,36 @@ int FakeTree::removeFile(std::wstring_view path)
         return EISDIR;
     if (const int error = checkParent(place))
         return error;
-    nodes_.erase(place);
+    erase(nodes_.find(place));
     return 0;
+}
+
+int FakeTree::rename(std::wstring_view from, std::wstring_view to)
+{
+    const Guard guard(mutex_);
+    const std::wstring place = locate(from, false);
+    if (place.empty())
+        return ENOENT;
+    const std::shared_ptr<Node> node = at(place);
+    if (node->kind == Node::Kind::folder)
+        return EISDIR;
+    if (!locate(to, false).empty())
+        return EEXIST;
+    const std::wstring newPlace = placeFor(to);
+    if (const int error = checkParent(newPlace))
+        return error;
+    nodes_.erase(place);
+    nodes_[newPlace] = node;
+    return 0;
+}
+
+FakeTree::Nodes::iterator FakeTree::erase(Nodes::iterator entry)
+{
+    {
+        const Guard guard(entry->second->mutex);
+        entry->second->links = 0;
+    }
+    return nodes_.erase(entry);
 }
 
 int FakeTree::removeAll(std::wstring_view path)
@@ -220,10 +248,10 @@ int FakeTree::removeAll(std::wstring_view path)
         return ENOENT;
     if (const int error = checkParent(place))
         return error;
-    nodes_.erase(place);
+    erase(nodes_.find(place));
     const std::wstring below = child(place, L"");
     for (auto entry = nodes_.lower_bound(below); entry != nodes_.end() && entry->first.starts_with(below);)
-        entry = nodes_.erase(entry);
+        entry = erase(entry);
     return 0;
 }
 

@@ -29,6 +29,8 @@ struct Node
     std::int64_t modifiedNs = 0;
     bool listable = true;
     unsigned capability = 1;
+    unsigned links = 1;
+    unsigned claimedBy = 0;  // number of a handle
 };
 
 // FakeTree: paths of the fake file system and the nodes that they name.
@@ -54,6 +56,8 @@ public:
     std::shared_ptr<Node> put(std::wstring_view path, Node::Kind kind, std::wstring_view target = {});
     // Removes a file, link or direct path (ENOENT, EISDIR, EACCES).
     int removeFile(std::wstring_view path);
+    // Gives a file another name in an existing, writable folder (ENOENT, EISDIR, EEXIST, EACCES).
+    int rename(std::wstring_view from, std::wstring_view to);
     // Removes whatever is there, with all below it (ENOENT).
     int removeAll(std::wstring_view path);
     // Calls for each entry of a folder that is, or links to, a regular file, in byte order of the names
@@ -73,6 +77,8 @@ private:
     [[nodiscard]] int checkParent(const std::wstring& path) const;
     [[nodiscard]] std::shared_ptr<Node> at(const std::wstring& path) const;
     [[nodiscard]] bool writableAt(const std::wstring& path) const;
+    // The file lives on in its handles, without a name.
+    Nodes::iterator erase(Nodes::iterator entry);
     std::shared_ptr<Node> insert(const std::wstring& path, Node::Kind kind);
 
     mutable std::mutex mutex_;

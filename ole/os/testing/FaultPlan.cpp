@@ -16,10 +16,15 @@ bool canFail(Op op)
     case Op::read:
     case Op::write:
     case Op::getInfo:
+    case Op::flush:
+    case Op::setSize:
+    case Op::getWrittenSize:
+    case Op::claim:
     case Op::asyncRead:
     case Op::asyncWrite:
     case Op::completion:
     case Op::deleteFile:
+    case Op::renameFile:
     case Op::readWholeFile:
     case Op::replaceFile:
     case Op::createDirectory:

@@ -28,11 +28,11 @@ struct Fault
 
 // FaultPlan: which calls of the fake platform fail, and how many have failed so far.
 //
-// Applies to: open, read, write, getInfo, asyncRead, asyncWrite (the start is refused), completion (an
-// accepted
-//             transfer ends with the code), deleteFile, readWholeFile, replaceFile, createDirectory,
-//             listDirectory, listFilesWithPrefix, deleteTree, attach, createThread, allocatePages. Planning
-//             a fault for another operation stops the test: it would never fire.
+// Applies to: open, read, write, getInfo, flush, setSize, getWrittenSize, claim, asyncRead, asyncWrite (the
+//             start is refused), completion (an accepted transfer ends with the code), deleteFile,
+//             renameFile, readWholeFile, replaceFile, createDirectory, listDirectory, listFilesWithPrefix,
+//             deleteTree, attach, createThread, allocatePages. Planning a fault for another operation stops
+//             the test: it would never fire.
 // Codes:      as in errorFromErrno(EACCES), or any number, kept as it is; 0 stands for EIO (pages: ENOMEM).
 // Threads:    any.
 class FaultPlan

@@ -21,6 +21,10 @@ public:
     }
     bool getInfo(FILE_INFO* info) override { return target_->getInfo(info); }
     std::uint64_t getSize() override { return target_->getSize(); }
+    bool flush() override { return target_->flush(); }
+    bool setSize(std::uint64_t bytes) override { return target_->setSize(bytes); }
+    bool getWrittenSize(std::uint64_t* bytes) override { return target_->getWrittenSize(bytes); }
+    bool claim() override { return target_->claim(); }
     unsigned getAsyncCapability() const override { return target_->getAsyncCapability(); }
     bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
                    const Qz::Ptr<iAsyncContext>& context) override

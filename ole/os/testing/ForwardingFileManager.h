@@ -19,6 +19,7 @@ public:
     std::uint64_t getFileSize(const Path& path) override { return target_.getFileSize(path); }
     bool fileExists(const Path& path) override { return target_.fileExists(path); }
     bool deleteFile(const Path& path) override { return target_.deleteFile(path); }
+    bool renameFile(const Path& from, const Path& to) override { return target_.renameFile(from, to); }
     bool readWholeFile(const Path& path, std::size_t limit, std::string& contents) override
     {
         return target_.readWholeFile(path, limit, contents);

@@ -7,6 +7,27 @@ namespace fake {
 
 void SparseBytes::extend(std::uint64_t size) { size_ = std::max(size_, size); }
 
+void SparseBytes::resize(std::uint64_t size)
+{
+    if (size < size_) {
+        chunks_.erase(chunks_.lower_bound((size + chunkBytes - 1) / chunkBytes), chunks_.end());
+        if (const auto last = chunks_.find(size / chunkBytes); last != chunks_.end())
+            last->second.resize(std::min(last->second.size(), static_cast<std::size_t>(size % chunkBytes)));
+    }
+    size_ = size;
+}
+
+std::uint64_t SparseBytes::written() const
+{
+    std::uint64_t next = 0;
+    for (const auto& [index, chunk] : chunks_) {
+        if (index != next)
+            break;
+        ++next;
+    }
+    return std::min(size_, next * chunkBytes);
+}
+
 std::size_t SparseBytes::read(std::uint64_t position, void* buffer, std::size_t count) const
 {
     if (position >= size_ || count == 0)

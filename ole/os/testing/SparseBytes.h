@@ -12,8 +12,10 @@ class SparseBytes
 {
 public:
     [[nodiscard]] std::uint64_t size() const { return size_; }
-    // Makes it longer; shorter only by starting anew.
     void extend(std::uint64_t size);
+    void resize(std::uint64_t size);
+    // Up to the first part that was never written, in steps of chunkBytes.
+    [[nodiscard]] std::uint64_t written() const;
     // Bytes read: up to the end of the contents.
     std::size_t read(std::uint64_t position, void* buffer, std::size_t count) const;
     void write(std::uint64_t position, const void* buffer, std::size_t count);

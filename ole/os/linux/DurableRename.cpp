@@ -1,0 +1,75 @@
+#include "os/linux/DurableRename.h"
+
+#include "os/LastError.h"
+#include "os/linux/PathText.h"
+#include "os/linux/ScopedFd.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace os {
+
+namespace {
+
+bool failWith(int error)
+{
+    setLastErrno(error);
+    return false;
+}
+
+bool isMissingHere(int error) { return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
+
+// File systems of servers often know no renaming that replaces nothing. A second name comes nearest, because
+// the kernel refuses one that is taken; where there are no second names only looking first is left.
+int renameByLink(const std::string& from, const std::string& to)
+{
+    if (::link(from.c_str(), to.c_str()) == 0)
+        return ::unlink(from.c_str()) == 0 ? 0 : errno;
+    if (!isMissingHere(errno) && errno != EPERM && errno != EMLINK)
+        return errno;
+    struct stat taken = {};
+    if (::lstat(to.c_str(), &taken) == 0)
+        return EEXIST;
+    return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+int renameWithoutReplacing(const std::string& from, const std::string& to)
+{
+    struct stat status = {};
+    if (::lstat(from.c_str(), &status) != 0)
+        return errno;
+    if (S_ISDIR(status.st_mode))
+        return EISDIR;
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    return isMissingHere(errno) ? renameByLink(from, to) : errno;
+}
+
+}  // namespace
+
+int syncFolder(const std::string& folder)
+{
+    const ScopedFd fd(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd.isOpen() || ::fsync(fd.get()) == 0)
+        return 0;
+    return errno == EIO || errno == ENOSPC || errno == EDQUOT ? errno : 0;
+}
+
+bool renameDurably(const std::string& from, const std::string& to, Progress& progress)
+{
+    if (const int error = renameWithoutReplacing(from, to))
+        return failWith(error);
+    progress.step();
+    const std::string folder = splitPath(to).folder;
+    if (const int error = syncFolder(folder))
+        return failWith(error);
+    const std::string before = splitPath(from).folder;
+    const int error = before == folder ? 0 : syncFolder(before);
+    return error == 0 || failWith(error);
+}
+
+}  // namespace os
