@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Qz/Cookie.h"
+#include "Qz/LightweightString.h"
+#include "fsys/DriveId.h"
+#include "media/Export.h"
+#include "media/MediaError.h"
+
+#include <cstdint>
+#include <vector>
+
+// Recovery: recordings that were not finished, because the program, the machine or the disk stopped.
+
+struct UnfinishedRecording
+{
+    DriveId location{'0'};
+    LightweightString<wchar_t> path;       // of the unfinished file
+    LightweightString<wchar_t> finalPath;  // what it is to become
+    Cookie cookie;                         // from its name; not valid when that is no clip's
+    std::uint64_t bytes = 0;               // of the file
+    // From the start up to the first byte that never reached the disk: what finishUnfinished keeps.
+    std::uint64_t goodBytes = 0;
+    std::int64_t modifiedNs = 0;  // last written, nanoseconds since 1970
+    bool inUse = false;           // a recorder is still at work, here or in another program
+};
+
+// The unfinished recordings in the media folders of a location, by path; none for a location that is not
+// registered or cannot be reached.
+[[nodiscard]] MEDIA_API std::vector<UnfinishedRecording> findUnfinished(const DriveId& location);
+
+// Cuts the file to goodBytes, flushes it to the device, gives it its final name and tells the media cache
+// when it is a clip's. An error leaves it as it was: unfinished when a recorder is at work, alreadyExists
+// when there is a file of the final name, invalidArgument when no byte is good.
+[[nodiscard]] MEDIA_API MediaError finishUnfinished(const UnfinishedRecording& recording);
+// Removes the file. An error leaves it: unfinished when a recorder is at work.
+[[nodiscard]] MEDIA_API MediaError removeUnfinished(const UnfinishedRecording& recording);
