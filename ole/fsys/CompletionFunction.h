@@ -22,7 +22,8 @@ enum RequestStatus : unsigned {
 //             for a write gathered in the write cache; the polling thread, under engine locks, when a
 //             transfer could not be started.
 // Rules:      does not block for long; takes no lock that is held around engine calls; opens and closes
-//             no file; does not end the engine; does not write through the write cache when it may run on
-//             the polling thread. The destructor of the context obeys the same rules.
+//             no file; does not end the engine. When it may run on the polling thread it neither writes
+//             through the write cache nor calls DirectWrite with synchronous set: both wait for that very
+//             thread. The destructor of the context obeys the same rules.
 using FsysCompletionFunction = void (*)(Qz::Ptr<iObject>& context, Qz::Ptr<iMemHolder>& data,
                                         RequestStatus status);

@@ -145,8 +145,8 @@ public:
     [[nodiscard]] static Name getMediaLocationUserName(DriveId id);
     // In memory only; an unknown id is reported as an assertion.
     static void setMediaLocationUserName(DriveId id, Name name);
-    // Writes the description file. False when the volume has no free bytes; a write that fails is not
-    // reported. REQUIRES: the drive's id is registered, as for getInfoFileNameFor.
+    // Writes the description file. False when the volume has no free bytes or does not answer; a write that
+    // fails is not reported. REQUIRES: the drive's id is registered, as for getInfoFileNameFor.
     static bool saveDriveInfo(const MediaDrive& drive);
     // Names every drive of that id, saves and tells listeners. Result of the last save; 0 for no drive.
     static int renameMediaLocation(const DriveId& id, const Name& name);
@@ -158,6 +158,7 @@ public:
     // Adds the locations listed in file, one root per line, then tells listeners. Always 1; what could not
     // be added is logged and kept for getMissingMediaLocations.
     static int addDrivesFromFile(const Path& file);
+    // What the last addDrivesFromFile could not add. On the control thread only.
     [[nodiscard]] static Vector<Path> getMissingMediaLocations();
     // Adds a location for good: it comes back at the next init. False when it is registered already; true
     // also when it is only listed because it cannot be reached or written now.
@@ -165,7 +166,7 @@ public:
     // Removes it for good, with all the cache knows of it. False when no root location equals path,
     // ignoring case (the root with its trailing separator).
     static bool removeMediaLocation(const Path& path);
-    // Roots of discovered drives that the user has removed.
+    // Roots of discovered drives that the user has removed. On the control thread only.
     [[nodiscard]] static Vector<Path> getUnmountedDrives();
     // Takes those out of the registry.
     static void discardUnmountedDrives();
@@ -180,32 +181,40 @@ public:
     // --- choosing a drive
 
     // A drive with more than that free, by its figures as of the last refresh; what was asked for is taken
-    // off them until the next refresh. '0' when no drive has room.
+    // off them until the next refresh. '0' when no drive has room. For one thread at a time: two callers at
+    // once may be given the same room.
     static DriveId findBestDrive(double megabytes, Match match);
     // The last drive in the order of registration that has any room; '0' for none.
     [[nodiscard]] static DriveId find_best_disk();
-    // Megabytes, refreshed, less the reserve (MediaDrive::getSpaceForRecording).
+    // Megabytes, refreshed, less the reserve (MediaDrive::getSpaceForRecording); -2 for an id that is not
+    // registered.
     [[nodiscard]] static double getSpaceForRecording(const MediaDrive& drive);
     [[nodiscard]] static double getSpaceForRecording(const DriveId& id);
-    // Whole minutes that streams of these rates, in bytes per minute, may be recorded; -1 when there is no
-    // room. Kept within 32 bits: rates of 0 give 2147483647.
+    // Whole minutes that streams of these rates, in bytes per minute, may be recorded, by refreshed
+    // figures; -1 when there is no room and for an id that is not registered. Kept within 32 bits: rates
+    // whose sum is 0 give 2147483647, a negative sum gives negative minutes.
     [[nodiscard]] static std::int32_t get_mins_of_recording_left(const DriveId& id, double rateA,
                                                                  double rateB);
-    // Remembers the root of a drive for a task, in the user's preferences; '0' forgets it. An id that is
-    // not registered is remembered as the empty root, which no drive has.
+    // Remembers the root of a drive (not its local share) for a task, in the user's preferences; '0'
+    // forgets it. An id that is not registered is remembered as the empty root, which finds no drive. A null
+    // task is the same as an empty one.
     static void setDriveForTask(const char* task, const DriveId& id);
-    // The drive that lies at the remembered root; else find_best_disk or '0'.
+    // The drive that lies at the remembered root, ignoring case; else find_best_disk or '0'.
     [[nodiscard]] static DriveId getDriveForTask(const char* task, bool fallBackToBest);
 
     // --- network names
 
-    // Reads what this machine exports, once per process. Always true.
+    // Reads what this machine exports, once per process. Always true, also while another thread still
+    // reads.
     static bool discoverLocalShares();
-    // Local path of a network name that lies in a share of this machine; empty for all others. While
-    // another thread is at the very first reading of the shares, empty for every name.
+    // Local path of a network name that begins with the name of a share of this machine, ignoring case;
+    // empty for all others. The first share in the order of the platform's list decides, by characters
+    // alone: share MEDIA also claims names in MEDIA2, and the one character behind the share's name is
+    // dropped whatever it is. Waits while another thread reads the shares for the first time.
     [[nodiscard]] static Path convertUNCtoLocalShare(const Path& unc);
-    // The first drive whose network name begins unc, and the rest of unc with its leading separator; a
-    // default name when there is none. A drive without network name matches every unc.
+    // The first drive whose network name begins unc, by characters alone, ignoring case, and the rest of
+    // unc with its leading separator; a default name when there is none. A drive without network name
+    // matches every unc but the empty one.
     [[nodiscard]] static MaterialFilename convertUNCtoFsysFilename(const Path& unc);
     // Network name of a media file; empty when it has none.
     [[nodiscard]] static Path convertLocalToUNC(const MaterialFilename& filename);
@@ -218,6 +227,7 @@ private:
     static void discoverDisk(const iDiskDrive& disk);
     // The first drive whose root location is path, ignoring case; null for none.
     static Qz::Ptr<MediaDrive> driveAtLocation(const Path& path);
+    static void readLocalShares();
     static void discardDriveAt(const Path& root);
     static void issue(const char* text);
     static GenericNotifier<NotifyMsg>& notifier_;

@@ -10,7 +10,7 @@ namespace {
 
 NarrowString taskKey(const char* task) { return NarrowString("Media Location (") + (task ? task : "") + ")"; }
 
-// Truncates; what does not fit, and what no number stands for, goes to the nearest end or the upper one.
+// Truncates. Out of range gives the nearest limit; not-a-number gives the upper one.
 std::int32_t toMinutes(double quotient)
 {
     using Limits = std::numeric_limits<std::int32_t>;

@@ -26,21 +26,21 @@ unsigned delayOf(int configured) { return configured < 0 ? 0 : static_cast<unsig
 
 std::atomic<FsysBuf*> Fsys::BufferSpace_{nullptr};
 
-Fsys::Fsys()
+Fsys::Fsys() : writePollDelayMs_(delayOf(engineConfig.writePollDelayMs))
 {
     CreateBufferSpace();
-    readPoll_ =
-        new FsysPoll(&readFiles, &readFilesLock, true, delayOf(engineConfig.readPollDelayMs), spareDelayMs);
-    writePoll_ = new FsysPoll(&writeFiles, &writeFilesLock, false, delayOf(engineConfig.writePollDelayMs),
-                              spareDelayMs);
+    readPoll_ = std::make_unique<FsysPoll>(&readFiles, &readFilesLock, true,
+                                           delayOf(engineConfig.readPollDelayMs), spareDelayMs);
+    writePoll_ =
+        std::make_unique<FsysPoll>(&writeFiles, &writeFilesLock, false, writePollDelayMs_, spareDelayMs);
 }
 
 Fsys::~Fsys()
 {
     closeListed(readFiles, readFilesLock);
     closeListed(writeFiles, writeFilesLock);
-    delete readPoll_;
-    delete writePoll_;
+    readPoll_.reset();
+    writePoll_.reset();
     for (const Vector<FsysFile*>* const files : {&readFiles, &writeFiles})
         for (FsysFile* const left : *files)
             left->giveUpWaitingRequests();
@@ -164,7 +164,7 @@ unsigned Fsys::Close(FsysFile* file, FsysCompletionFunction /*fn*/)
             return sent;
         file->WaitForDrain();
     }
-    const unsigned pauseMs = 2 * writePoll_->pollDelay();
+    const unsigned pauseMs = 2 * writePollDelayMs_;
     file->waitForRequests(file->writeRequests_, pauseMs);
     file->WaitForDrain();
     for (unsigned left = file->countPending(file->writeRequests_); left != 0; --left)

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 class FsysBuf;
@@ -52,7 +53,7 @@ public:
 private:
     friend struct FsysTestAccess;
 
-    [[nodiscard]] FsysPoll* pollFor(bool writes) const { return writes ? writePoll_ : readPoll_; }
+    [[nodiscard]] FsysPoll* pollFor(bool writes) const { return (writes ? writePoll_ : readPoll_).get(); }
     FsysFile* openDirectly(const LightweightString<wchar_t>& path, unsigned coalesceLength, unsigned flags,
                            unsigned sectorSize);
     FsysFile* openPath(const LightweightString<wchar_t>& path, unsigned coalesceLength, unsigned flags,
@@ -61,8 +62,10 @@ private:
     void enlist(FsysFile* file, bool writes);
     void closeListed(Vector<FsysFile*>& files, CriticalSection& lock);
 
-    FsysPoll* readPoll_ = nullptr;
-    FsysPoll* writePoll_ = nullptr;
+    // A value of its own: the engine is reachable while it ends, when the polls have gone already.
+    const unsigned writePollDelayMs_;
+    std::unique_ptr<FsysPoll> readPoll_;
+    std::unique_ptr<FsysPoll> writePoll_;
     Vector<FsysFile*> readFiles;
     Vector<FsysFile*> writeFiles;
     CriticalSection readFilesLock;

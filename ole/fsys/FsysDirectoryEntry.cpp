@@ -22,7 +22,7 @@ bool FsysDirectoryEntry::isLinked() const { return highResFile_.isLinkFile(); }
 
 const std::list<MediaFileInfo>& FsysDirectoryEntry::getProxyFiles() const
 {
-    static const Proxies none;
+    static const Proxies& none = *new Proxies;  // never destroyed: callers may keep the reference to the end
     const std::lock_guard hold(guard_);
     return proxyFiles_ ? *proxyFiles_ : none;
 }

@@ -81,7 +81,8 @@ public:
     // --- links
 
     // Makes name what the high-res link points at, without touching the disk. When another thread began to
-    // store in between, that thread's name stands. Of two stores at once either may stay.
+    // store in between, that thread's name stands. Of two stores at once, a first reader's among them,
+    // either may stay.
     void setLinkedFilename(const LightweightString<wchar_t>& name) const;
     // Writes the link file of the high-res file and then of each proxy; the result is that of the last one.
     bool realiseLinks(bool overwrite);
@@ -113,8 +114,9 @@ public:
 
     // --- deletion from disk; results are 1 or a platform error code
 
-    // Deletes a media file, its companions (files named after it with "." and more) and, for a link, the
-    // target when that lies below the link's own folder. The result is that of the media file.
+    // Deletes the target of a link, when it is a file below the link's own folder, then the media file and
+    // its companions (files named after it with "." and more). A target whose folder contains a step
+    // upwards ("..") stays, wherever it leads. The result is that of the media file.
     unsigned deleteFile(const MaterialFilename& name);
     // Deletes the files of the given kinds and drops them from the entry; the last failure is the result.
     // Mask 0 prints an assertion line and deletes nothing.

@@ -87,30 +87,42 @@ public:
 
     // Reads bytes at position. fn gets context and the data; it may run before this returns, when an
     // earlier read of the file holds the range. Where the file ends inside the range the data is cut off
-    // by zero bytes; a range behind the end is an error with the last error 0. REQUIRES: bytes > 0 (a read of
-    // nothing never completes). 1: accepted, fn will be called once; the file's position has advanced by
-    // bytes all the same. 0: refused: the file is closing, or its list is full of unfinished reads
-    // (FsysGetLastError is 8). 8: refused: more than twice "ForcePollLimit" deferred requests wait. After a
-    // refusal fn is not called; ask again after a completion. A file whose cache is disabled accepts reads
-    // and never completes them.
+    // by zero bytes. A range behind the end is an error with the last error 0, but for a position inside the
+    // sector in which the file ends, when it is not that sector's first byte: there the read succeeds with
+    // zero bytes. A finished read keeps answering with what the file held when it was read. REQUIRES:
+    // bytes > 0 (a read of nothing never completes). 1: accepted, fn will be called once; the file's position
+    // has advanced by bytes all the same. 0: refused: the file is closing, or its list is full of unfinished
+    // reads (FsysGetLastError is 8). 8: refused: more than twice "ForcePollLimit" deferred requests wait.
+    // After a refusal fn is not called; ask again after a completion. A read whose transfer failed keeps its
+    // place in the list for good: after 41 of them (one more than "MaxRequestListSize") every read is
+    // refused, and only a close helps. A file whose cache is disabled accepts reads and never completes
+    // them.
     unsigned DirectRead(long position, unsigned int bytes, bool coalescable, FsysCompletionFunction fn,
                         Qz::Ptr<iObject>& context);
     // Writes all of data (getSize bytes) and advances the position over what went to the disk.
     // Directly, as a request at the position: when position and size are multiples of the sector size and
-    // nothing is gathered (and, with network write caching on, the drive is no network drive). data must
-    // stay unchanged until fn has been called.
-    // Otherwise data is copied to the write cache and fn called at once. What is gathered goes to the
-    // disk when more than 131072 bytes wait, with Write, with Seek, or with the close. Beware: it goes to the
-    // place where the last direct write or flush ended, which in a freshly opened file is offset 512
-    // whatever the file's size, and the close writes it twice, the second time right behind the first. A
-    // caller that wants its bytes where it says writes whole sectors, and the rest with Write.
+    // nothing is gathered. With network write caching on, the drive must be no network drive either, and
+    // "AlwaysUseWriteCache" not 1, which gathers on every drive. data must stay unchanged until fn has been
+    // called.
+    // Otherwise data is copied to the write cache and fn called at once; what is gathered waits there for
+    // an overflow, Write, Seek or the close. Beware of where it goes:
+    //   - An overflow (more than 131072 bytes gathered) writes whole sectors at the file's position.
+    //   - Write, Seek and the close put it where the last direct write or overflow ended, which in a freshly
+    //     opened file is offset 512 whatever the file's size. Write and Seek do not move that place, so
+    //     what is gathered next overwrites it.
+    //   - The close writes it twice, the second time right behind the first.
+    // A caller that wants its bytes where it says writes whole sectors, and the rest with Write.
     // The write that overflows the cache returns when whole sectors have been written; fn then gets the
     // write cache itself as data, and on files without asynchronous support it is not called.
-    // synchronous: returns after completion, with 1 even when the write failed, which only fn and
-    // FsysGetLastError tell. Its start waits for the polling thread's timer.
+    // synchronous: a direct write returns after its completion, with 1 even when the write failed, which
+    // only fn and FsysGetLastError tell. Its start waits for the polling thread's timer. Without effect on
+    // data that is gathered.
     // 1: accepted. 0: the file is closing or not open for writing, its list stayed full for 200 retries of
-    // 20 ms, or data does not fit the write cache (524288 bytes); fn is then not called. Another value: the
-    // platform's error code of a synchronous flush.
+    // 20 ms, or data does not fit the write cache (524288 bytes, nothing is copied then). Another value: the
+    // platform's error code of a synchronous overflow. Unless the result is 1, fn is not called. An overflow
+    // that was refused or failed has copied data all the same, and it stays gathered: whoever repeats the
+    // call stores it twice. Writes whose transfers failed use up the list as reads do, and only a close
+    // helps.
     // REQUIRES: data holds at least 1 byte.
     unsigned DirectWrite(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
                          Qz::Ptr<iObject>& context, bool synchronous);
@@ -239,8 +251,8 @@ private:
     std::atomic<bool> cacheDisabled_{false};
     Qz::Ptr<iMemHolder> writeCache_;
     unsigned char* writeCacheFill_ = nullptr;  // next free byte of the write cache
-    // File position of the first gathered byte. Deliberate: it starts at 512, wherever the file ends, and
-    // moves with direct writes and flushes only.
+    // Where Write, Seek and the close put what is gathered. Deliberate: it starts at 512, wherever the file
+    // ends, and moves with direct writes and overflows only, not with Write and Seek.
     std::uint64_t writeCacheStart_ = 512;
     const std::uint32_t flags_;
     std::atomic<std::uint32_t> coalesceLength_;

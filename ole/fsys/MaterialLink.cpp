@@ -102,12 +102,16 @@ bool MaterialLink::createLink(const LightweightString<wchar_t>& osPath,
                      os::shareAll, os::modePlain);
     if (!file || !file->isOpen())
         return false;
-    if (overwrite && file->getSize() > linkFileSize) {
+    FILE_INFO info;
+    if (overwrite && !file->getInfo(&info))
+        return false;  // what cannot be measured may be media
+    if (overwrite && info.size > linkFileSize) {
         Qz::assertionFailed("false", "ole/fsys/MaterialLink line 129");
         return false;
     }
-    // Another process may have made the file since it was asked for; then it is not ours to remove.
-    const bool madeHere = !existed && file->getSize() == 0;
+    // Without overwrite the open made the file. With it another process may have, since it was asked for;
+    // then it is not ours to remove.
+    const bool madeHere = !overwrite || (!existed && info.size == 0);
     const bool written = file->write(0, contents.data(), contents.size(), nullptr);
     file.reset();
     // A cut link has another size than a link, so the next scan would take it for media.

@@ -33,8 +33,9 @@ public:
 
     // Writes a link at osPath; true when it was written whole. Without overwrite the file must not exist.
     // With overwrite an existing file of at most 512 bytes is rewritten; a longer one is media: it stays
-    // as it is, an assertion line is printed and the result is false. A link that was made here and
-    // could not be written whole is removed again.
+    // as it is, an assertion line is printed and the result is false. One whose size cannot be told is
+    // not touched either, without a line. A link that was made here and could not be written whole is
+    // removed again.
     // REQUIRES: target has less than 512 bytes in UTF-8. A longer one stops the process before osPath is
     // touched, because a shortened path would name another file.
     static bool createLink(const LightweightString<wchar_t>& osPath, const LightweightString<wchar_t>& target,

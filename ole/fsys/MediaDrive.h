@@ -39,7 +39,8 @@ public:
 
     // No drive: id '0', local type, sector size 0, everything else empty.
     MediaDrive();
-    // A named drive without a path, with the space figures that the registry knows for id.
+    // A named drive without a path, with the space of the registered drive of that id, asked of its volume
+    // now; 0 when there is none.
     MediaDrive(const DriveId& id, const LightweightString<wchar_t>& name);
     // The drive at path, as the registry makes them: path in this system's form without one trailing
     // separator, its network name, its sector size, and for a network drive the local path of the same
@@ -58,7 +59,7 @@ public:
     void setName(const LightweightString<wchar_t>& name);
     [[nodiscard]] bool is_unnamed() const;
     [[nodiscard]] iDiskDrive::eType getType() const { return type_; }
-    // Root of the location, as it was given less one trailing separator. Empty for "/".
+    // Root of the location in this system's form, less one trailing separator. Empty for "/".
     [[nodiscard]] const Path& getPath() const { return path_; }
     // Root with one trailing separator, ready for comparisons; empty when the root is.
     [[nodiscard]] const Path& getRootLocation() const { return rootLocation_; }
@@ -103,7 +104,7 @@ public:
     // Takes megabytes off the free space until the next refresh.
     void reserveSpace(double megabytes);
     // Asks the volume of the root. False when there is none: isLocal and slow are filled all the same,
-    // the byte counts are untouched.
+    // the byte counts are untouched. REQUIRES: info is not null.
     bool getInfo(VolumeInfo* info) const;
 
     // --- media folders

@@ -61,7 +61,8 @@ public:
     // read the file; one of them keeps the answer, nobody waits for another.
     [[nodiscard]] LightweightString<wchar_t> readLinkedFilename() const;
     // Replaces the linked name, so that the disk is not asked from here on. False when another thread
-    // began to store in between; then that thread's name stands. Of two stores at once either may stay.
+    // began to store in between; then that thread's name stands. Of two stores at once, a first reader's
+    // among them, either may stay.
     bool storeLinkedFilename(const LightweightString<wchar_t>& name) const;
     // OS path of the file whose bytes are to be read: the target of a link file, otherwise the file
     // itself. With resolve a link's target goes through the platform's path resolution.

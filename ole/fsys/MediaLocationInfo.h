@@ -25,7 +25,8 @@ public:
 
     // Asks the cache, which tests files on the disk that it has not tested before. A cookie that the cache
     // does not know is offline; one that is neither sound nor vision prints an assertion line and counts
-    // as offline. mediaTypes is a mask of eHighRes and eProxy.
+    // as offline. mediaTypes is a mask of eHighRes and eProxy; any other prints an assertion line. With
+    // eProxy alone a cookie that the cache knows never counts as offline: ask for both.
     [[nodiscard]] static bool isClipOffline(const Cookie& c, unsigned mediaTypes);
 
     // What the user calls the drive of the first primary location. Empty when there is none, or when that

@@ -13,7 +13,7 @@
 // Threads:    the application's main thread only; the two variables are plain values.
 // Errors:     a lock file that cannot be opened makes NetLogin false, without a message.
 
-// The open lock file; null when there is none.
+// The open lock file; null, or a handle that is not open, when there is none.
 extern FSYS_API Qz::Ptr<iFile> lockFilehandle;
 // Its full path; empty when logged out.
 extern FSYS_API LightweightString<wchar_t> lockFileName;

@@ -44,15 +44,17 @@ public:
     // --- filling the index
 
     // Empties the index and scans every media location of the drive registry. Without force only the first
-    // call in the process does anything.
+    // call in the process does anything. Queries of other threads find the index empty or half filled
+    // meanwhile.
     static void initialise(bool force);
     // Scans the "Material" and "Sound" folders of a media location and logs the two folders. The id of no
     // drive is ignored.
     static void addMediaLocation(DriveId drive);
     // Scans one folder, whose path ends with the separator: each file whose name up to the first '.' is the
-    // text of a cookie (in any case) is filed under that cookie. Adds and never removes; a file that is
-    // found again replaces itself, and where there are no proxies becomes its own proxy as well. A folder
-    // that cannot be listed changes nothing. No notification.
+    // text of a cookie (in any case) is filed under that cookie. Empty files and those that isEligible
+    // refuses are passed over. Adds and never removes; a file that is found again replaces itself, and
+    // where there are no proxies becomes its own proxy as well. A folder that cannot be listed changes
+    // nothing. No notification.
     static void addDirectory(const MaterialFilename& folder);
     // False for companions of media files, which carry the whole name of the media file and one of a fixed
     // set of endings. Upper and lower case differ.
@@ -84,10 +86,10 @@ public:
     static bool getProxyFiles(const Cookie& cookie, std::list<MediaFileInfo>& out);
 
     // The next four visit the channels of a shot: vision 0 to 23, then sound 1 to 32, each kind up to the
-    // first channel that is missing. What they find is appended to out.
-    // Physical names of the high-res files; empty for a channel that has only proxies.
+    // first channel that is missing.
+    // Appends to out the physical names of the high-res files; empty for a channel that has only proxies.
     static void getFilesForShot(const Cookie& shot, Vector<LightweightString<wchar_t>>& out);
-    // What find answers for each channel.
+    // Appends to out what find answers for each channel.
     static void getMediaFilesForShot(const Cookie& shot, Vector<MaterialFilename>& out);
     [[nodiscard]] static std::vector<Qz::Ptr<FsysDirectoryEntry>> getClipMediaFiles(const Cookie& shot);
     // Sum of the sizes that the disk tells for getFilesForShot, in bytes.
@@ -106,7 +108,7 @@ public:
     // Files a media file, new or known, under cookie; true in every case. With notify listeners hear
     // "SysCacheAddProxy" for a proxy, otherwise "SysCacheAdd".
     static bool addFile(const Cookie& cookie, const MediaFileInfo& file, bool notify);
-    // The same with the size that the disk tells.
+    // The same with the size that the disk tells: 0 bytes for a missing file.
     static bool addFile(const Cookie& cookie, const MaterialFilename& name, bool notify);
     // Adds a proxy to cookie alone, not to the clip's sound cookies. No notification.
     static void addProxyFile(const Cookie& cookie, const MediaFileInfo& file);

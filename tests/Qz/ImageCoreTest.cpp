@@ -1,5 +1,7 @@
 #include "Qz/ImageCore.h"
 
+#include <cstddef>
+#include <cstring>
 #include <type_traits>
 
 #include <gtest/gtest.h>
@@ -69,3 +71,47 @@ TEST(ImageCoreData, ACopyHasTheValuesButNoReferences)
     EXPECT_EQ(copy.refCount(), 0u);
     EXPECT_EQ(data.refCount(), 1u);
 }
+
+#if defined(__x86_64__)
+namespace {
+
+// The place of a virtual operation in its class's table, counted from the first function; as pointers to
+// members tell it on this machine.
+template <class Member>
+std::size_t slotOf(Member member)
+{
+    struct
+    {
+        std::size_t offset;
+        std::ptrdiff_t adjustment;
+    } parts{};
+    static_assert(sizeof parts == sizeof member);
+    std::memcpy(&parts, &member, sizeof parts);
+    return (parts.offset - 1) / sizeof(void*);
+}
+
+template <class Described>
+void expectSlotsFrom2To13()
+{
+    EXPECT_EQ(slotOf(&Described::getWidth), 2u);
+    EXPECT_EQ(slotOf(&Described::getHeight), 3u);
+    EXPECT_EQ(slotOf(&Described::setWidth), 4u);
+    EXPECT_EQ(slotOf(&Described::setHeight), 5u);
+    EXPECT_EQ(slotOf(&Described::getDataFormat), 6u);
+    EXPECT_EQ(slotOf(&Described::setDataFormat), 7u);
+    EXPECT_EQ(slotOf(&Described::getBitsPerComponent), 8u);
+    EXPECT_EQ(slotOf(&Described::setBitsPerComponent), 9u);
+    EXPECT_EQ(slotOf(&Described::getBitsPerPixel), 10u);
+    EXPECT_EQ(slotOf(&Described::setBitsPerPixel), 11u);
+    EXPECT_EQ(slotOf(&Described::getCoreDataSet), 12u);
+    EXPECT_EQ(slotOf(&Described::setCoreDataSet), 13u);
+}
+
+}  // namespace
+
+TEST(ImageCoreData, ItsOperationsFollowTheTwoDestructorsInAFixedOrder)
+{
+    expectSlotsFrom2To13<Interface>();
+    expectSlotsFrom2To13<Data>();
+}
+#endif

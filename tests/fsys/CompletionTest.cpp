@@ -270,6 +270,53 @@ TEST_F(CompletionTest, AFailedTransferTellsItsCallersAndLeavesItsBytesCounted)
     EXPECT_EQ(FileRequest::FAILED, FsysFileTestAccess::reads(*file)[0]->status());
 }
 
+TEST_F(CompletionTest, AFinishedReadLetsGoOfItsCallersAndAFailedOneNotBeforeTheClose)
+{
+    FsysFile* const file = openForReading(pattern(65536));
+    Calls served;
+    Calls failed;
+    ask(file, 0, 512, served);
+    ask(file, 20000, 512, failed);
+    readPass();
+    os.transfers().completeNext();
+    os.transfers().failNext(errorFromErrno(EIO));
+    ASSERT_THAT(FsysFileTestAccess::reads(*file), SizeIs(2));
+    EXPECT_EQ(0U, served.references());
+    EXPECT_EQ(1U, failed.references());
+    FsysClose(file, nullptr);
+    EXPECT_EQ(0U, failed.references());
+}
+
+TEST_F(CompletionTest, CallersAreCalledBeforeTheCountersAreLowered)
+{
+    struct Looker : public iObject
+    {
+        FsysFile* file = nullptr;
+        std::vector<std::uint32_t> outstanding;
+        static void function(Qz::Ptr<iObject>& self, Qz::Ptr<iMemHolder>&, RequestStatus)
+        {
+            auto& me = static_cast<Looker&>(*self);
+            me.outstanding = {me.file->readBytesOutstanding(), me.file->writeBytesOutstanding()};
+        }
+    };
+    const Qz::Ptr<Looker> looker(new Looker);
+    Qz::Ptr<iObject> context = looker;
+    looker->file = openForReading(pattern(4096));
+    looker->file->DirectRead(0, 512, false, &Looker::function, context);
+    readPass();
+    os.transfers().completeNext();
+    EXPECT_THAT(looker->outstanding, ElementsAre(512U, 0U));
+    EXPECT_EQ(0U, looker->file->readBytesOutstanding());
+
+    looker->file = openForWriting();
+    Qz::Ptr<iMemHolder> data(new TestData(pattern(1024)));
+    looker->file->DirectWrite(data, false, &Looker::function, context, false);
+    writePass();
+    os.transfers().completeNext();
+    EXPECT_THAT(looker->outstanding, ElementsAre(0U, 1024U));
+    EXPECT_EQ(0U, looker->file->writeBytesOutstanding());
+}
+
 TEST_F(CompletionTest, AFailureWithoutARequestIsReported)
 {
     openForReading(pattern(1024));

@@ -192,6 +192,84 @@ TEST_F(DirectIOTest, AWriteIsAcceptedWhenRoomComesUp)
     EXPECT_THAT(os.clock().sleeps(), SizeIs(5));
 }
 
+TEST_F(DirectIOTest, AnOverflowOfTheCacheIsTried201TimesAndItsDataStayGathered)
+{
+    FsysFile* const file = openForWriting();
+    Calls held;
+    for (int i = 0; i < 41; ++i)
+        EXPECT_EQ(1U, put(file, pattern(512), held));
+    Calls calls;
+    EXPECT_EQ(1U, put(file, pattern(100), calls));
+    calls.forget();
+    os.clock().clearRecords();
+    EXPECT_EQ(0U, put(file, pattern(132000), calls));
+    EXPECT_THAT(os.clock().sleeps(), SizeIs(200));
+    EXPECT_DOUBLE_EQ(4000, os.clock().sleptMs());
+    EXPECT_EQ(8U, FsysGetLastError());
+    EXPECT_EQ(0U, calls.count());
+    EXPECT_EQ(0U, calls.references());
+    EXPECT_EQ(41U * 512, FsysFileTestAccess::position(*file));
+    EXPECT_EQ(41U * 512, FsysFileTestAccess::cacheStart(*file));
+    EXPECT_EQ(132100U, FsysFileTestAccess::gathered(*file));
+    // Whoever repeats the call stores the bytes twice.
+    EXPECT_EQ(0U, put(file, pattern(132000), calls));
+    EXPECT_EQ(264100U, FsysFileTestAccess::gathered(*file));
+}
+
+TEST_F(DirectIOTest, AReadBehindTheEndSucceedsWithZerosInsideTheSectorInWhichTheFileEnds)
+{
+    FsysFile* const file = openForReading(pattern(700));
+    Calls inside;
+    Calls behind;
+    EXPECT_EQ(1U, file->DirectRead(800, 100, false, &Calls::record, inside.context()));
+    EXPECT_EQ(1U, file->DirectRead(20480, 100, false, &Calls::record, behind.context()));
+    readPass();
+    os.transfers().completeAll();
+    EXPECT_EQ(eRequestSuccess, inside.last().status);
+    EXPECT_EQ(std::string(100, '\0'), inside.last().bytes);
+    EXPECT_EQ(eRequestError, behind.last().status);
+    EXPECT_EQ(0U, behind.last().error);
+}
+
+TEST_F(DirectIOTest, AFinishedReadKeepsAnsweringWithWhatTheFileHeldThen)
+{
+    FsysFile* const file = openForReading(pattern(4096, 1));
+    Calls calls;
+    file->DirectRead(0, 512, false, &Calls::record, calls.context());
+    readPass();
+    os.transfers().completeAll();
+    os.files().addFile(L"/m/Material/read.mov", pattern(4096, 2));
+    file->DirectRead(0, 512, false, &Calls::record, calls.context());
+    ASSERT_EQ(2U, calls.count());
+    EXPECT_EQ(pattern(4096, 1).substr(0, 512), calls.last().bytes);
+}
+
+TEST_F(DirectIOTest, WriteAndSeekLeaveThePlaceOfWhatIsGatheredNext)
+{
+    FsysFile* const file = openForWriting();
+    Calls calls;
+    put(file, std::string(100, 'A'), calls);
+    EXPECT_EQ(1U, file->Write("abc", 3));
+    EXPECT_EQ(512U, FsysFileTestAccess::cacheStart(*file));
+    EXPECT_EQ(std::string(100, 'A') + "abc", written().substr(512));
+    put(file, std::string(50, 'B'), calls);
+    file->Seek(0, eSeekAbsolute);
+    EXPECT_EQ(512U, FsysFileTestAccess::cacheStart(*file));
+    EXPECT_EQ(std::string(50, 'B') + std::string(50, 'A') + "abc", written().substr(512));
+}
+
+TEST_F(DirectIOTest, AnOverflowGoesToTheFilesPosition)
+{
+    FsysFile* const file = openForWriting(pattern(2048));
+    serveWaiters();
+    Calls calls;
+    put(file, pattern(100), calls);
+    ASSERT_EQ(512U, FsysFileTestAccess::cacheStart(*file));
+    EXPECT_EQ(1U, put(file, pattern(131072), calls));
+    EXPECT_EQ(pattern(2048) + pattern(100) + pattern(131072).substr(0, 130972), written());
+    EXPECT_EQ(2048U + 131072U, FsysFileTestAccess::cacheStart(*file));
+}
+
 TEST_F(DirectIOTest, ARefusalForAnotherReasonIsReturnedAtOnce)
 {
     FsysFile* const file = openForWriting();

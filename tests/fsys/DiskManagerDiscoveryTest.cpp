@@ -57,6 +57,21 @@ TEST_F(DiskManagerDiscovery, OnlyTheListOfMountedVolumesIsAskedFor)
     EXPECT_EQ(os.log().count(fake::Op::listDisks, L"1"), 1u);  // the flag
 }
 
+TEST_F(DiskManagerDiscovery, InitAndReInitLookForDisksUnlessToldNotTo)
+{
+    addMediaDisk(L"/a/");
+    DiskManager::init(L"/project", true);
+    DiskManager::reInit(true);
+    EXPECT_EQ(os.log().count(fake::Op::listDisks), 0u);
+    EXPECT_EQ(registered(), 0u);
+    DiskManager::init(L"/project", false);
+    EXPECT_EQ(os.log().count(fake::Op::listDisks), 1u);
+    EXPECT_EQ(registered(), 1u);
+    DiskManager::reInit(false);
+    EXPECT_EQ(os.log().count(fake::Op::listDisks), 2u);
+    EXPECT_EQ(registered(), 1u);
+}
+
 TEST_F(DiskManagerDiscovery, DisksAreRegisteredInTheOrderOfTheList)
 {
     addMediaDisk(L"/z/");

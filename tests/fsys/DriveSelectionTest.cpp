@@ -30,6 +30,9 @@ const OwnPreferences& ownPreferences()
     return preferences;
 }
 
+// Callers pass the numbers.
+static_assert(DiskManager::BestFit == 0 && DiskManager::MostSpace == 1);
+
 class DriveSelection : public RegistryFixture
 {
 protected:
@@ -154,6 +157,13 @@ TEST_F(DriveSelection, MinutesAreTheSpaceDividedByBothRates)
     EXPECT_EQ(DiskManager::get_mins_of_recording_left(id, 3 * 1048576, 0), 33);
 }
 
+TEST_F(DriveSelection, MinutesAreThoseOfRefreshedFigures)
+{
+    const DriveId id = addPlace(L"/a/", 102 * MB);
+    DiskManager::getVolume(id)->reserveSpace(60);
+    EXPECT_EQ(DiskManager::get_mins_of_recording_left(id, 1048576, 0), 100);
+}
+
 TEST_F(DriveSelection, WithoutRoomForRecordingTheMinutesAreMinusOne)
 {
     EXPECT_EQ(DiskManager::get_mins_of_recording_left(addPlace(L"/a/", 2 * MB), 1, 1), -1);
@@ -172,6 +182,7 @@ TEST_F(DriveSelection, MinutesStayWithin32Bits)
     EXPECT_EQ(DiskManager::get_mins_of_recording_left(id, -1e-300, 0),
               std::numeric_limits<std::int32_t>::min());
     EXPECT_EQ(DiskManager::get_mins_of_recording_left(id, -1048576, 0), -100);
+    EXPECT_EQ(DiskManager::get_mins_of_recording_left(id, std::numeric_limits<double>::quiet_NaN(), 0), most);
 }
 
 // --- task drives
@@ -184,6 +195,21 @@ TEST_F(DriveSelection, ATaskRemembersTheRootOfItsDrive)
     EXPECT_EQ(os.files().contents(ownPreferences().file()), "Media Location (Record)=/Media\n");
     EXPECT_EQ(DiskManager::getDriveForTask("Record", false), id);
     EXPECT_EQ(DiskManager::getDriveForTask("Render", false), DriveId('0'));
+}
+
+TEST_F(DriveSelection, ATaskRemembersTheRootAndNotTheLocalShare)
+{
+    inFreshProcess([this] {  // shares are read once per process
+        os.files().addShare(L"\\\\HOST\\MEDIA", L"/srv/media/");
+        addDisk(L"\\\\HOST\\MEDIA\\x/", 5 * MB, iDiskDrive::eNetwork);
+        os.files().setWritable(L"\\\\HOST\\MEDIA\\x", true);
+        DriveId id;
+        ASSERT_TRUE(DiskManager::addMaterialVolume(L"\\\\HOST\\MEDIA\\x", id, false));
+        ASSERT_EQ(DiskManager::getMaterialVolumeName(id, true), L"/srv/media/x");
+        DiskManager::setDriveForTask("Record", id);
+        EXPECT_EQ(remembered("Media Location (Record)"), L"\\\\HOST\\MEDIA\\x");
+        EXPECT_EQ(DiskManager::getDriveForTask("Record", false), id);
+    });
 }
 
 TEST_F(DriveSelection, NoTaskAndTheEmptyTaskShareAKey)

@@ -2,7 +2,9 @@
 // CMakeLists.txt).
 
 #include "EngineFixture.h"
+#include "fsys/DiskManager.h"
 #include "fsys/EngineConfig.h"
+#include "fsys/MediaDrive.h"
 #include "os/BackendChoice.h"
 #include "os/LastError.h"
 
@@ -42,6 +44,79 @@ protected:
 };
 
 }  // namespace
+
+namespace {
+
+// The file is a volume of its own: the local share of a registered network drive.
+class SpeedConfigured : public EngineTest
+{
+protected:
+    SpeedConfigured()
+    {
+        os.files().addShare(L"\\\\fakehost\\MEDIA", L"/m/Material/speed.mov");
+        os.files().addFile(L"/m/Material/speed.mov", pattern(1 << 16));
+        os.files().addFolder(L"\\\\fakehost\\MEDIA");
+        os.files().setWritable(L"\\\\fakehost\\MEDIA", true);
+        fake::DriveProperties network;
+        network.type = iDiskDrive::eNetwork;
+        network.root = L"\\\\fakehost\\MEDIA/";
+        os.files().addDrive(network);
+        DriveId id;
+        EXPECT_TRUE(DiskManager::addMaterialVolume(L"\\\\fakehost\\MEDIA", id, false));
+    }
+    ~SpeedConfigured() override { DiskManager::deInit(); }
+
+    // Whether the volume is slow after one transfer of bytes that took ms, with so much queued.
+    bool slowAfter(unsigned flags, unsigned bytes, double ms, std::uint32_t queued)
+    {
+        const bool writes = flags == fsysOpenWrite;
+        FsysFile* const file = open(L"/m/Material/speed.mov", flags);
+        Calls calls;
+        Qz::Ptr<iMemHolder> data(new TestData(pattern(bytes)));
+        if (writes)
+            file->DirectWrite(data, false, &Calls::record, calls.context(), false);
+        else
+            file->DirectRead(0, bytes, false, &Calls::record, calls.context());
+        FsysFileTestAccess::setDeferred(*file, 1);  // so that the pass leaves the volume's flag alone
+        static_cast<void>(writes ? writePass() : readPass());
+        os.clock().advance(ms);
+        const auto setOutstanding =
+            writes ? &FsysFileTestAccess::setWriteOutstanding : &FsysFileTestAccess::setReadOutstanding;
+        setOutstanding(*file, queued);
+        testing::internal::CaptureStdout();  // a slow write's callers get no data, which is reported
+        os.transfers().completeNext();
+        testing::internal::GetCapturedStdout();
+        setOutstanding(*file, 0);
+        const bool slow =
+            DiskManager::getVolume(LightweightString<wchar_t>(L"/m/Material/speed.mov"))->isSlow();
+        FsysClose(file, nullptr);
+        return slow;
+    }
+};
+
+}  // namespace
+
+TEST_F(SpeedConfigured, ARateBelowTheConfiguredOneIsSlow)
+{
+    for (const unsigned flags : {fsysOpenRead, fsysOpenWrite}) {
+        EXPECT_FALSE(slowAfter(flags, 20480, 100, 0)) << flags;  // 204.8 bytes per millisecond, at least 200
+        EXPECT_TRUE(slowAfter(flags, 20480, 103, 0)) << flags;
+    }
+}
+
+TEST_F(SpeedConfigured, AReadQueueAboveTheConfiguredOneIsSlow)
+{
+    EXPECT_FALSE(slowAfter(fsysOpenRead, 512, 1, 20999));
+    EXPECT_TRUE(slowAfter(fsysOpenRead, 512, 1, 21000));
+    EXPECT_FALSE(slowAfter(fsysOpenWrite, 512, 1, 21000));
+}
+
+TEST_F(SpeedConfigured, AWriteQueueAboveTheConfiguredOneIsSlow)
+{
+    EXPECT_FALSE(slowAfter(fsysOpenWrite, 512, 1, 30999));
+    EXPECT_TRUE(slowAfter(fsysOpenWrite, 512, 1, 31000));
+    EXPECT_FALSE(slowAfter(fsysOpenRead, 512, 1, 31000));
+}
 
 TEST_F(EngineConfigured, PollDelaysAreThoseOfTheConfiguration)
 {

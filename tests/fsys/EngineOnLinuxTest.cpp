@@ -214,16 +214,29 @@ TEST_F(EngineOnLinux, ADeferredReadIsStartedWithoutAKick)
     EXPECT_EQ(1U, FsysClose(file, nullptr));
 }
 
-TEST_F(EngineOnLinux, APollThreadThatWaitsLongEndsAtOnce)
+TEST_F(EngineOnLinux, APollThreadThatWaitsForADayWakesForAKickAndEndsAtOnce)
 {
-    // With a delay of a day the end could not come by itself.
+    writeFile(folder / "a.mov", pattern(4096));
+    FsysFile* const other = open(folder / "a.mov");  // makes the ports
     Vector<FsysFile*> files;
     CriticalSection lock;
+    auto poll = std::make_unique<FsysPoll>(&files, &lock, true, 86400000U, 50U);
+    const LightweightString<wchar_t> path = wide(folder / "a.mov");
+    auto* const file = new FsysFile(path, poll.get(), 512, iDiskDrive::eLocal, fsysOpenRead, 0);
+    ASSERT_EQ(1U, file->LowLevelOpen(path, fsysOpenRead, false));
+    ASSERT_TRUE(file->SetUpIoCompletionNotify(FsysTestAccess::receiver()->readPort()));
     {
-        FsysPoll poll(&files, &lock, true, 86400000, 50);
-        poll.Kick();
+        const std::lock_guard<CriticalSection> hold(lock);
+        files.add(file);
     }
-    SUCCEED();
+    EXPECT_EQ(pattern(4096).substr(1000, 100), read(file, 1000, 100));  // queueing it kicks
+    poll.reset();
+    // Whoever queues now is not served any more: the thread has ended and not only gone on waiting.
+    Qz::Ptr<iObject> none;
+    EXPECT_EQ(1U, file->DirectRead(2048, 100, false, nullptr, none));
+    EXPECT_EQ(FileRequest::QUEUED, FsysFileTestAccess::reads(*file)[1]->status());
+    FsysFile::release(file);
+    EXPECT_EQ(1U, FsysClose(other, nullptr));
 }
 
 TEST_F(EngineOnLinux, ReadsInsideStartedReadsAllComeBackOnce)

@@ -471,6 +471,22 @@ TEST_F(FileRequestTest, DestructionReleasesTheContextsOfAllCallers)
     EXPECT_EQ(0U, calls.references());
 }
 
+TEST_F(FileRequestTest, IsPendingUntilItHasEndedInAnyWay)
+{
+    const Owned request = read(0, 512);
+    using Status = FileRequest::Status;
+    for (const auto& [status, pending] :
+         {std::pair<Status, bool>(FileRequest::NEW, true), std::pair<Status, bool>(FileRequest::QUEUED, true),
+          std::pair<Status, bool>(FileRequest::STARTED, true),
+          std::pair<Status, bool>(FileRequest::COMPLETE, false),
+          std::pair<Status, bool>(FileRequest::COMPLETING, true),
+          std::pair<Status, bool>(FileRequest::FAILED, false),
+          std::pair<Status, bool>(FileRequest::SLOW, false)}) {
+        request->setStatus(status);
+        EXPECT_EQ(pending, request->isPending()) << status;
+    }
+}
+
 TEST_F(FileRequestTest, ACallerThatAsksAgainFromItsErrorGetsANewRequest)
 {
     const Qz::Ptr<Retry> retry(new Retry);

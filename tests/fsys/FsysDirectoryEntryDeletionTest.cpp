@@ -57,6 +57,16 @@ TEST_F(FsysDirectoryEntryDeletion, TheLastDeletionThatFailedIsTheResult)
     EXPECT_TRUE(entry.getProxyFiles().empty());
 }
 
+TEST_F(FsysDirectoryEntryDeletion, AFailureOfTheHighResFileComesAfterThoseOfTheProxies)
+{
+    for (const wchar_t* ending : {L".proxy.1.mov", L".mov"})
+        entry.addFile(clip, onDisk(clip, ending));
+    os.faults().failOn(osPath(info(clip, L".proxy.1.mov")), fake::Op::deleteFile, errorFromErrno(EACCES));
+    os.faults().failOn(osPath(info(clip, L".mov")), fake::Op::deleteFile, errorFromErrno(EPERM));
+    EXPECT_EQ(entry.deleteFiles(eHighRes | eProxy), errorFromErrno(EPERM));
+    EXPECT_EQ(os.faults().fired(), 2u);
+}
+
 TEST_F(FsysDirectoryEntryDeletion, CompanionsGoWithTheirMediaFile)
 {
     const Path file = osPath(onDisk(clip, L".mov"));
@@ -167,11 +177,38 @@ TEST_F(LinkDeletion, OfALinkWithoutAFolderTakesNoTarget)
     EXPECT_EQ(os.log().count(fake::Op::deleteTree), 0u);
 }
 
-TEST_F(LinkDeletion, LeavesANetworkTargetEvenWhereItsLocalShareLiesBelow)
+TEST_F(LinkDeletion, LeavesANetworkTarget)
 {
-    os.files().setUNCName(L"/m/Material", L"\\\\server\\share");
     EXPECT_FALSE(targetGoes(L"\\\\server\\share\\media\\a.mov"));
     EXPECT_EQ(os.log().count(fake::Op::deleteTree), 0u);
+}
+
+TEST_F(LinkDeletion, LeavesATargetThatIsAFolder)
+{
+    os.files().addFile(L"/m/Material/media/dir/a.mov", "media");
+    linkOnDisk(clip, L".mov", L"/m/Material/media/dir");
+    EXPECT_EQ(entry.deleteFile(named(clip, L".mov")), 1u);
+    EXPECT_TRUE(os.files().has(L"/m/Material/media/dir/a.mov"));
+    EXPECT_EQ(os.log().count(fake::Op::deleteTree), 0u);
+}
+
+TEST_F(LinkDeletion, TakesTheTargetBeforeTheLink)
+{
+    EXPECT_TRUE(targetGoes(L"/m/Material/media/a.mov"));
+    const Path link = osPath(info(clip, L".mov"));
+    EXPECT_EQ(
+        os.log().lines({fake::Op::deleteTree, fake::Op::deleteFile}),
+        (std::vector<std::string>{"deleteTree /m/Material/media/a.mov", "deleteFile " + toUTF8(link).str()}));
+}
+
+TEST_F(LinkDeletion, TakesTheTargetAlsoWhenTheLinkItselfStays)
+{
+    os.files().addFile(L"/m/Material/media/a.mov", "media");
+    const Path link = osPath(linkOnDisk(clip, L".mov", L"/m/Material/media/a.mov"));
+    os.faults().failOn(link, fake::Op::deleteFile, errorFromErrno(EACCES));
+    EXPECT_EQ(entry.deleteFile(named(clip, L".mov")), errorFromErrno(EACCES));
+    EXPECT_FALSE(os.files().has(L"/m/Material/media/a.mov"));
+    EXPECT_TRUE(os.files().has(link));
 }
 
 TEST_F(LinkDeletion, OfRealMediaOfLinkSizeTakesNothingElse)

@@ -371,6 +371,9 @@ TEST_F(FsysDirectoryEntryThreads, QueriesRunBesideChangesOfTheSameEntry)
                 entry->removeProxyFile(osPath(proxy));
                 entry->deleteFiles(i % 3 == 0 ? eProxy : eHighRes);
             }
+            SystemCache::addProxyFile(clip, link);
+            if (i % 5 == 0)
+                SystemCache::removeMediaLocation(driveM);
             if (i % 7 == 0)
                 SystemCache::removeFile(clip, false, eHighRes | eProxy);
             if (i % 11 == 0)

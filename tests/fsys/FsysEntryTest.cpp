@@ -4,6 +4,7 @@
 #include "Qz/Shutdown.h"
 #include "Qz/Utf8.h"
 #include "os/LastError.h"
+#include "os/testing/ForwardingOS.h"
 
 #include <gmock/gmock.h>
 
@@ -148,6 +149,10 @@ TEST_F(NoEngineTest, SettersWorkWithoutAnEngine)
     EXPECT_TRUE(NetworkWriteCaching);
     FsysSetImmediateRequestHandling(true);
     EXPECT_FALSE(DeferRequestStart);
+    FsysSetReadMaxCoalesceSize(33177600);
+    FsysSetWriteMaxCoalesceSize(4194304);
+    FsysSetWriteSpeedWarning(true);
+    FsysSetNetworkWriteCaching(false);
 }
 
 TEST_F(NoEngineTest, TheBufferSpaceStandsBeforeThePollThreadsAndGoesWithTheEngine)
@@ -170,6 +175,29 @@ TEST_F(NoEngineTest, TheBufferSpaceStandsBeforeThePollThreadsAndGoesWithTheEngin
     EXPECT_EQ(1U, Fsys::ReleaseBufferSpace());
     EXPECT_EQ(1U, Fsys::ReleaseBufferSpace());
     EXPECT_EQ(nullptr, Fsys::BufferSpace_.load());
+}
+
+TEST_F(NoEngineTest, ThePollThreadsFindTheBufferSpaceThere)
+{
+    class Threads : public ForwardingThreadServices
+    {
+    public:
+        using ForwardingThreadServices::ForwardingThreadServices;
+        unsigned createThread(Body body, const char* name, unsigned stackSize, void* argument, int priority,
+                              unsigned flags) override
+        {
+            spaceThere.push_back(Fsys::BufferSpace_.load() != nullptr);
+            return ForwardingThreadServices::createThread(body, name, stackSize, argument, priority, flags);
+        }
+        std::vector<bool> spaceThere;
+    };
+    Threads threads(*os.getThreadServices());
+    ForwardingOS forwarding(os);
+    forwarding.use(threads);
+    const ScopedOS installedForwarding(forwarding);
+    FsysInitialize();
+    FsysUninitialize(Shutdown::eNormalExit);
+    EXPECT_THAT(threads.spaceThere, ElementsAre(true, true));
 }
 
 TEST_F(FsysOpenTest, AnEmptyPathChangesNothing)
@@ -240,6 +268,9 @@ TEST_F(FsysOpenTest, APathWithoutADriveCountsAsANetworkDriveWith512ByteSectors)
 
 TEST_F(FsysOpenTest, ADirectFileIsOpenedOnceAndNeverAttached)
 {
+    openForReading(pattern(1024));  // from here on there is a receiver to attach to
+    ASSERT_EQ(1U, os.log().count(fake::Op::attach));
+    os.log().clear();
     os.files().addDirect(L"/m/pipe", "abc");
     FsysFile* const file = open(L"/m/pipe");
     EXPECT_THAT(os.log().lines({fake::Op::open}), ElementsAre("open /m/pipe 1 0 0 0"));
@@ -247,8 +278,20 @@ TEST_F(FsysOpenTest, ADirectFileIsOpenedOnceAndNeverAttached)
     EXPECT_TRUE(FsysFileTestAccess::syncHandle(*file));
     EXPECT_FALSE(FsysFileTestAccess::asyncHandle(*file));
     EXPECT_EQ(0U, os.log().count(fake::Op::attach));
-    EXPECT_EQ(file, FsysTestAccess::readFiles()[0]);
+    EXPECT_EQ(file, FsysTestAccess::readFiles()[1]);
     EXPECT_FALSE(file->isASyncIOSupported());
+}
+
+TEST_F(FsysOpenTest, ADirectFileHasItsPathAndTheSectorsOfItsDrive)
+{
+    fake::DriveProperties large;
+    large.sectorSize = 4096;
+    large.root = L"/large/";
+    os.files().addDrive(large);
+    os.files().addDirect(L"/large/pipe", "abc");
+    const FsysFile* const file = open(L"/large/pipe");
+    EXPECT_EQ(4096U, file->GetSectorSize());
+    EXPECT_EQ(L"/large/pipe", file->path());
 }
 
 TEST_F(FsysOpenTest, ADirectFileThatCannotBeOpenedChangesNothing)
@@ -517,6 +560,42 @@ TEST_F(FsysEndTest, PollThreadsEndReadFirstAndPortsReadFirst)
     for (const fake::Call& call : os.log().calls(fake::Op::shutDownPort))
         ports.push_back(toUTF8(call.path).str());
     EXPECT_THAT(ports, ElementsAre("FsysReads", "FsysWrites"));
+    EXPECT_EQ(fake::Live{}, os.live());
+}
+
+TEST_F(FsysEndTest, PollThreadsEndBeforePorts)
+{
+    openForReading(pattern(1024));
+    os.log().clear();
+    FsysUninitialize(Shutdown::eNormalExit);
+    std::vector<std::string> ends;
+    for (const std::string& line : os.log().lines({fake::Op::endThread, fake::Op::shutDownPort}))
+        ends.push_back(line.substr(0, line.find(' ')));
+    EXPECT_THAT(ends, ElementsAre("endThread", "endThread", "shutDownPort", "shutDownPort"));
+}
+
+TEST_F(FsysEndTest, AForbiddenCloseByAFunctionThatTheEndingPortStillCallsIsSurvived)
+{
+    struct Closer : public iObject
+    {
+        FsysFile* file = nullptr;
+        unsigned result = 0;
+    };
+    const auto files = openSeveral(L"/m/r", 4, fsysOpenRead);  // the second and the fourth stay open
+    const Qz::Ptr<Closer> closer(new Closer);
+    closer->file = files[3];
+    Qz::Ptr<iObject> context = closer;
+    files[1]->DirectRead(
+        0, 512, false,
+        [](Qz::Ptr<iObject>& self, Qz::Ptr<iMemHolder>&, RequestStatus) {
+            auto& me = static_cast<Closer&>(*self);
+            me.result = FsysClose(me.file, nullptr);
+        },
+        context);
+    readPass();
+    FsysUninitialize(Shutdown::eNormalExit);
+    EXPECT_EQ(1U, closer->result);
+    FsysFile::release(files[1]);
     EXPECT_EQ(fake::Live{}, os.live());
 }
 

@@ -118,6 +118,30 @@ TEST_F(OpenModeTest, AHandleThatIsNotOpenIsAFailure)
     EXPECT_EQ(errorFromErrno(EIO), file.LowLevelOpen(L"/m/a.mov", fsysOpenRead, false));
 }
 
+TEST_F(OpenModeTest, TheTypeDecidesForReadsAndTheArgumentForWrites)
+{
+    const auto mode = [this](iDiskDrive::eType type, unsigned flags, bool onNetworkDrive) {
+        FsysFile file(L"/m/a.mov", nullptr, 512, type, flags, 0);
+        EXPECT_EQ(1U, file.LowLevelOpen(L"/m/a.mov", flags, onNetworkDrive));
+        return os.log().calls(fake::Op::open).back().mode;
+    };
+    EXPECT_EQ(3U, mode(iDiskDrive::eLocal, fsysOpenRead, true));
+    EXPECT_EQ(2U, mode(iDiskDrive::eNetwork, fsysOpenRead, false));
+    EXPECT_EQ(7U, mode(iDiskDrive::eLocal, fsysOpenWrite, true));
+    EXPECT_EQ(3U, mode(iDiskDrive::eNetwork, fsysOpenWrite, false));
+}
+
+TEST_F(OpenModeTest, AttachingAnswersWhetherThePortReportsTheFile)
+{
+    open(L"/m/a.mov", fsysOpenRead);  // makes the ports
+    CompletionPortHandler* const port = FsysTestAccess::receiver()->readPort();
+    FsysFile file(L"/m/a.mov", nullptr, 512, iDiskDrive::eLocal, fsysOpenRead, 0);
+    EXPECT_FALSE(file.SetUpIoCompletionNotify(port));  // no handle yet
+    EXPECT_EQ(1U, file.LowLevelOpen(L"/m/a.mov", fsysOpenRead, false));
+    EXPECT_TRUE(file.SetUpIoCompletionNotify(port));
+    EXPECT_FALSE(file.SetUpIoCompletionNotify(port));  // attached already
+}
+
 TEST_F(FsysFileTest, SeekIsAbsoluteForOneAndRelativeForAllElse)
 {
     FsysFile* const file = openForReading(pattern(1000));

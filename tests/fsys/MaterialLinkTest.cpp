@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "Qz/Utf8.h"
+#include "os/LastError.h"
+#include "os/testing/FakeOS.h"
 
 #include "FileSpy.h"
 
@@ -269,6 +271,56 @@ TEST_F(MaterialLinkFile, ThatAnotherMadeMeanwhileStaysWhenItCouldNotBeWritten)
     spy.failWrites = true;
     EXPECT_FALSE(MaterialLink::createLink(folder.path("a.mov"), L"/mnt/clip.mov", true));
     EXPECT_TRUE(folder.has("a.mov"));
+}
+
+namespace {
+
+// A platform that cannot tell the size of an open file.
+class MaterialLinkOfUnknownSize : public testing::Test
+{
+protected:
+    MaterialLinkOfUnknownSize() { os.faults().failAlways(fake::Op::getInfo, errorFromErrno(EIO)); }
+
+    // What is printed meanwhile.
+    static std::string overwrite(const Path& path)
+    {
+        testing::internal::CaptureStdout();
+        EXPECT_FALSE(MaterialLink::createLink(path, L"/mnt/clip.mov", true));
+        return testing::internal::GetCapturedStdout();
+    }
+
+    FakeOS os;
+    const ScopedOS installed{os};
+};
+
+}  // namespace
+
+TEST_F(MaterialLinkOfUnknownSize, DoesNotGoOverWhatMayBeMedia)
+{
+    const std::string media(100000, 'm');
+    os.files().addFile(L"/m/a.mov", media);
+    EXPECT_EQ(overwrite(L"/m/a.mov"), "");
+    EXPECT_EQ(os.files().contents(L"/m/a.mov"), media);
+    EXPECT_EQ(os.faults().fired(fake::Op::getInfo), 1u);
+}
+
+TEST_F(MaterialLinkOfUnknownSize, RemovesNothing)
+{
+    os.files().addFile(L"/m/a.mov", "");
+    os.faults().failAlways(fake::Op::write, errorFromErrno(ENOSPC));
+    EXPECT_EQ(overwrite(L"/m/a.mov"), "");
+    EXPECT_EQ(overwrite(L"/m/new.mov"), "");
+    EXPECT_TRUE(os.files().has(L"/m/a.mov"));
+    EXPECT_EQ(os.log().count(fake::Op::deleteFile), 0u);
+}
+
+TEST_F(MaterialLinkOfUnknownSize, IsWrittenAndTakenBackUnderANameThatNobodyHad)
+{
+    EXPECT_TRUE(MaterialLink::createLink(L"/a.mov", L"/mnt/clip.mov", false));
+    EXPECT_EQ(os.files().contents(L"/a.mov"), linkTo("/mnt/clip.mov"));
+    os.faults().failNext(fake::Op::write, errorFromErrno(ENOSPC));
+    EXPECT_FALSE(MaterialLink::createLink(L"/b.mov", L"/mnt/clip.mov", false));
+    EXPECT_FALSE(os.files().has(L"/b.mov"));
 }
 
 TEST_F(MaterialLinkFile, TakesATargetOf511Bytes)

@@ -1,5 +1,7 @@
 #include "fsys/MediaDrive.h"
 
+#include "os/LastError.h"
+
 #include "RegistryFixture.h"
 #include "fsys/DiskManager.h"
 
@@ -136,6 +138,13 @@ TEST_F(MediaDriveTest, SpaceIsKeptInWholeMegabytes)
     EXPECT_EQ(drive->getSpaceBytes(), 5242880u);
     EXPECT_EQ(drive->getCapacityMB(), 11.0);
     EXPECT_EQ(drive->getCapacityBytes(), 11 * MB);
+}
+
+TEST_F(MediaDriveTest, BytesAreTruncated)
+{
+    const auto drive = place(L"/m/", 1 * MB);
+    drive->reserveSpace(0.7);
+    EXPECT_EQ(drive->getSpaceBytes(), 314572u);  // 314572.8
 }
 
 TEST_F(MediaDriveTest, BytesOfANegativeFigureAreZeroAndOfAHugeOneTheMost)
@@ -279,6 +288,15 @@ TEST_F(MediaDriveTest, PreparingMakesTheMediaFoldersOnce)
     os.log().clear();
     EXPECT_TRUE(drive->prepareForMedia());
     EXPECT_EQ(os.log().count(fake::Op::createDirectory), 0u);
+}
+
+TEST_F(MediaDriveTest, PreparingFailsWhereAFolderCannotBeMade)
+{
+    const auto drive = place(L"/m/");
+    os.faults().failOn(L"/m/Sound", fake::Op::createDirectory, errorFromErrno(EACCES));
+    EXPECT_EQ(printedBy([&] { EXPECT_FALSE(drive->prepareForMedia()); }),
+              "assertion failed success at ole/fsys/DiskManager line 873\n");
+    EXPECT_EQ(os.faults().fired(), 1u);
 }
 
 static_assert(std::is_base_of_v<iObject, MediaDrive>);

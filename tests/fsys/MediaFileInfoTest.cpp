@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -206,6 +207,32 @@ TEST_F(MediaFileInfoOfALink, TakesAStoredNameInsteadOfReading)
     EXPECT_EQ(spy.diskAccesses, 0);
     EXPECT_TRUE(info.storeLinkedFilename(L"/mnt/newer.mov")) << "also over an answer";
     EXPECT_EQ(info.readLinkedFilename(), L"/mnt/newer.mov");
+}
+
+TEST_F(MediaFileInfoOfALink, AnswersTheFirstReaderWithTheFileAndOthersWithWhatWasStoredMeanwhile)
+{
+    // Somebody stores a name while the link is being read.
+    class Storing : public FileSpy
+    {
+    public:
+        explicit Storing(const MediaFileInfo& file) : info_(&file) {}
+        Qz::Ptr<iFile> open(const Path& path, unsigned access, unsigned creation, unsigned share,
+                            unsigned mode) override
+        {
+            if (const MediaFileInfo* const once = std::exchange(info_, nullptr)) {
+                EXPECT_TRUE(once->storeLinkedFilename(L"/mnt/other.mov"));
+            }
+            return FileSpy::open(path, access, creation, share, mode);
+        }
+
+    private:
+        const MediaFileInfo* info_;
+    };
+    const MediaFileInfo info(at(link), 512);
+    const Storing spy(info);
+    EXPECT_EQ(info.readLinkedFilename(), L"/mnt/store/clip.mov");
+    EXPECT_EQ(info.readLinkedFilename(), L"/mnt/other.mov");
+    EXPECT_EQ(spy.opens().size(), 1u);
 }
 
 TEST_F(MediaFileInfoOfALink, IsCopiedWithItsKnownTarget)

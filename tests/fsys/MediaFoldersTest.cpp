@@ -50,6 +50,8 @@ TEST_F(MediaFoldersTest, TheSeparatorIsThatOfThePlatform)
     os.files().setPathSeparator(L':');
     EXPECT_EQ(drive->getFsysLocation(CookieTypeVision), L":Material:");
     EXPECT_EQ(drive->getLocation(CookieTypeSound), L"/m:Sound:");
+    EXPECT_TRUE(isValidFsysMediaFolderPath(L"1::Material:"));
+    EXPECT_FALSE(isValidFsysMediaFolderPath(L"1:/Material/"));
 }
 
 TEST_F(MediaFoldersTest, ADriveWithAnEmptyRootHasNoLocations)

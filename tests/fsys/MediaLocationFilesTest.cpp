@@ -128,6 +128,28 @@ TEST_F(MediaLocationFiles, AFullVolumeIsNotWrittenTo)
     EXPECT_EQ(os.log().count(fake::Op::replaceFile), 0u);
 }
 
+TEST_F(MediaLocationFiles, AVolumeThatDoesNotAnswerIsNotWrittenTo)
+{
+    const DriveId id = addPlace(L"/a/");
+    os.files().addFolder(L"/a/Material");
+    os.files().clearDrives();
+    EXPECT_FALSE(DiskManager::saveDriveInfo(*DiskManager::getVolume(id)));
+    EXPECT_EQ(log.both, "Disk Manager : Insufficient space for MediaSpaceInfo.txt file on drive '1'.\n");
+    EXPECT_EQ(os.log().count(fake::Op::replaceFile), 0u);
+}
+
+TEST_F(MediaLocationFiles, ALaterInitWorksWithTheListsOfItsOwnProjectSpace)
+{
+    addDisk(L"/a/");
+    addDisk(L"/b/");
+    os.files().addFile(L"/other/DefNetDrive.txt", "/a/\n");
+    DiskManager::init(L"/other", true);
+    EXPECT_EQ(DiskManager::getMaterialVolumeName(DriveId('1'), false), L"/a");
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/b/"));
+    EXPECT_EQ(os.files().contents(L"/other/DefNetDrive.txt"), "/a/\n/b/\n");
+    EXPECT_FALSE(os.files().has(L"/project/DefNetDrive.txt"));
+}
+
 TEST_F(MediaLocationFiles, AWriteThatFailsIsNotReported)
 {
     const DriveId id = addPlace(L"/a/");

@@ -41,7 +41,11 @@ class MediaLocationInfoOfDrives : public testing::Test
 {
 protected:
     MediaLocationInfoOfDrives() { DiskManager::reInit(true); }
-    ~MediaLocationInfoOfDrives() override { DiskManager::reInit(true); }
+    ~MediaLocationInfoOfDrives() override
+    {
+        SystemCache::invalidate();
+        DiskManager::reInit(true);
+    }
 
     DriveId registered()
     {
@@ -62,6 +66,18 @@ TEST(MediaLocationInfo, IsEmptyAtFirst)
     EXPECT_TRUE(info.proxyStatuses_.empty());
     EXPECT_TRUE(info.primaryLocations_.empty());
     EXPECT_TRUE(info.linkedLocations_.empty());
+}
+
+TEST(MediaLocationInfo, HasItsMembersInAFixedOrder)
+{
+    const MediaLocationInfo info;
+    const auto place = [&](const auto& member) {
+        return reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&info);
+    };
+    EXPECT_EQ(place(info.mediaStatuses_), 0);
+    EXPECT_LT(place(info.mediaStatuses_), place(info.proxyStatuses_));
+    EXPECT_LT(place(info.proxyStatuses_), place(info.primaryLocations_));
+    EXPECT_LT(place(info.primaryLocations_), place(info.linkedLocations_));
 }
 
 TEST(MediaLocationInfo, IsAllOfflineWhenNothingElseIsKnown)
@@ -126,6 +142,19 @@ TEST_F(MediaLocationInfoOfDrives, DoesNotCountAClipAsOfflineForItsProxiesAlone)
     SystemCache::addFile(clip, MediaFileInfo({DriveId('1'), L"/none.A0.proxy.270.mov"}, L"/none", 512),
                          false);
     EXPECT_FALSE(MediaLocationInfo::isClipOffline(clip, eProxy));
+    EXPECT_TRUE(MediaLocationInfo::isClipOffline(clip, eHighRes | eProxy));
+}
+
+TEST_F(MediaLocationInfoOfDrives, ReportsAMaskOfNoKnownKinds)
+{
+    const Cookie clip = Cookie::makeNew();
+    SystemCache::addFile(clip, MediaFileInfo({DriveId('0'), folder.write("a.mov", "media")}, 5), false);
+    for (const unsigned mask : {0u, 4u, 7u}) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(MediaLocationInfo::isClipOffline(clip, mask), SystemCache::updateStatus(clip, 3) == 1);
+        EXPECT_NE(testing::internal::GetCapturedStdout().find("mediaTypes == ( eHighRes | eProxy )"),
+                  std::string::npos);
+    }
 }
 
 TEST_F(MediaLocationInfoOfDrives, ShowsTheNameOfThePrimaryDrive)

@@ -141,6 +141,31 @@ TEST_F(NetLoginToAFolder, ThatFailsGivesUpTheFileButNotTheNameOfTheOneBefore)
     EXPECT_TRUE(lockFileName.empty());
 }
 
+TEST_F(NetLoginToAFolder, WhoseFileIsNotOpenGivesUpTheOneBeforeAndKeepsItsName)
+{
+    NetLogin(a);
+    const Qz::Ptr<iFile> held = lockFilehandle;
+    spy.openInvalid = true;
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(NetLogin(b));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(spy.reportedErrors.empty());
+    ASSERT_TRUE(lockFilehandle);
+    EXPECT_FALSE(lockFilehandle->isOpen());
+    EXPECT_NE(lockFilehandle, held);
+    EXPECT_EQ(held->refCount(), 1u);
+    EXPECT_EQ(lockFileName, folder.path("a/EDIT3.cli"));
+    EXPECT_EQ(spy.registeredForRemoval, std::vector<Path>{folder.path("a/EDIT3.cli")});
+}
+
+TEST_F(NetLoginToAFolder, FailsWithoutAMessage)
+{
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(NetLogin(folder.path("missing")));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(spy.reportedErrors.empty());
+}
+
 TEST_F(NetLoginToAFolder, LeavesNoDescriptorBehind)
 {
     NetLogin(a);

@@ -1,6 +1,12 @@
 #include "RegistryFixture.h"
 #include "fsys/DiskManager.h"
 #include "fsys/MaterialFilename.h"
+#include "os/testing/ForwardingFileManager.h"
+#include "os/testing/ForwardingOS.h"
+
+#include <atomic>
+#include <chrono>
+#include <future>
 
 namespace {
 
@@ -126,6 +132,69 @@ TEST_F(NetworkShares, ADriveIsFoundByItsLocalShareToTheLetter)
         EXPECT_FALSE(DiskManager::getVolume(L"/srv/media/X"));
         EXPECT_EQ(DiskManager::getMaterialVolumeName(id, true), L"/srv/media/x");
         EXPECT_EQ(DiskManager::getMaterialVolumeName(id, false), L"\\\\HOST\\MEDIA\\x");
+        EXPECT_EQ(MaterialFilename(id, L"/Material/a.mov").getOsPath(), L"/srv/media/x/Material/a.mov");
+        EXPECT_EQ(DiskManager::getVolume(id)->getLocation(CookieTypeVision), L"\\\\HOST\\MEDIA\\x/Material/");
+        EXPECT_EQ(DiskManager::getVolume(id)->getUserName(true), L"\\\\HOST\\MEDIA\\x");
+    });
+}
+
+TEST_F(NetworkShares, WhoeverAsksDuringTheFirstReadingGetsTheAnswerOfItsEnd)
+{
+    // Asks while the shares are being listed, from other threads.
+    class Listing : public ForwardingFileManager
+    {
+    public:
+        using ForwardingFileManager::ForwardingFileManager;
+        std::vector<ShareInfo> listShares(const LightweightString<wchar_t>& machineName) override
+        {
+            ++listings;
+            if (listings == 1) {
+                std::promise<void> asking;
+                answer = std::async(std::launch::async, [&asking] {
+                    asking.set_value();
+                    return DiskManager::convertUNCtoLocalShare(L"\\\\HOST\\MEDIA\\clip");
+                });
+                asking.get_future().wait();
+                discovered = std::async(std::launch::async, &DiskManager::discoverLocalShares).get();
+                // Ample time for an answer that does not wait.
+                answeredEarly = answer.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+            }
+            return ForwardingFileManager::listShares(machineName);
+        }
+        std::future<Path> answer;
+        std::atomic<unsigned> listings{0};
+        bool discovered = false;
+        bool answeredEarly = true;
+    };
+    inExportingProcess([this] {
+        Listing files(os.files());
+        ForwardingOS forwarding(os);
+        forwarding.use(files);
+        const ScopedOS installedForwarding(forwarding);
+        EXPECT_TRUE(DiskManager::discoverLocalShares());
+        EXPECT_TRUE(files.discovered);
+        EXPECT_FALSE(files.answeredEarly);
+        EXPECT_EQ(files.answer.get(), L"/srv/media/clip");
+        EXPECT_EQ(files.listings, 1u);
+    });
+}
+
+TEST_F(NetworkShares, ALinksNetworkTargetStaysAlsoWhereItsLocalShareLiesBelowTheLink)
+{
+    inFreshProcess([this] {
+        os.files().addShare(L"\\\\HOST\\MEDIA", L"/m/Material/deep/");
+        std::string contents("\\\\HOST\\MEDIA\\a.mov");
+        contents.resize(512);
+        os.files().addFile(L"/m/Material/link.mov", contents);
+        os.files().addFile(L"\\\\HOST\\MEDIA\\a.mov", "media");
+        os.files().addFile(L"/m/Material/deep/a.mov", "media");
+        os.log().clear();
+        EXPECT_EQ(FsysDirectoryEntry().deleteFile(MaterialFilename(DriveId('0'), L"/m/Material/link.mov")),
+                  1u);
+        EXPECT_EQ(os.log().count(fake::Op::listShares), 1u);  // the target was looked for locally
+        EXPECT_EQ(os.log().count(fake::Op::deleteTree), 0u);
+        EXPECT_TRUE(os.files().has(L"/m/Material/deep/a.mov"));
+        EXPECT_FALSE(os.files().has(L"/m/Material/link.mov"));
     });
 }
 

@@ -167,7 +167,7 @@ TEST_F(RequestLifetimeTest, ARequestThatHasEndedTakesInNobody)
     }
 }
 
-TEST_F(RequestLifetimeTest, AClosingFileIsRefusedARoomInTheListLate)
+TEST_F(RequestLifetimeTest, AWriteToAClosingFileIsRefusedAfterTheRetriesOfAFullList)
 {
     // The last error still says "list full" from an earlier refusal, so the writer tries for its four
     // seconds.

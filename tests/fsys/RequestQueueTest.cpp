@@ -160,6 +160,29 @@ TEST_F(RequestQueueTest, WritesMergeOnlyWhenTheirMemoryAdjoins)
     EXPECT_THAT(issued(), SizeIs(2));
 }
 
+TEST_F(RequestQueueTest, WritesWithAHoleInTheFileStayTwoAlsoWhereTheirMemoryAdjoins)
+{
+    for (const bool inFront : {false, true}) {
+        defer();
+        FsysFile* const file = openForWriting();
+        std::string memory = pattern(8192);
+        auto* const start = reinterpret_cast<unsigned char*>(memory.data());
+        Calls calls;
+        const Qz::Ptr<iMemHolder> low(new TestWindow(start, 4096));
+        const Qz::Ptr<iMemHolder> high(new TestWindow(start + 4096, 4096));
+        queueWrite(file, inFront ? 4097 : 0, inFront ? high : low, calls, true);
+        queueWrite(file, inFront ? 0 : 4097, inFront ? low : high, calls, true);
+        EXPECT_THAT(FsysFileTestAccess::writes(*file), SizeIs(2));
+        testing::internal::CaptureStdout();  // 4097 is no sector's first byte
+        writePass();
+        testing::internal::GetCapturedStdout();
+        EXPECT_THAT(issued(), testing::UnorderedElementsAre("0+4096", "4097+4096"));
+        os.transfers().completeAll();
+        EXPECT_EQ(memory.substr(0, 4096) + '\0' + memory.substr(4096), written());
+        FsysClose(file, nullptr);
+    }
+}
+
 TEST_F(RequestQueueTest, AWriteMergedInFrontSendsTheRightMemory)
 {
     defer();
@@ -537,7 +560,7 @@ TEST_F(RequestQueueTest, ThirtyNineStartsWithoutMemoryAreTriedAgain)
     os.faults().failNext(fake::Op::allocatePages, 0, 39);
     ask(file, 0, 512, calls);
     for (int pass = 0; pass < 39; ++pass)
-        EXPECT_EQ(1U, readPass());
+        EXPECT_EQ(1U, file->StartRequests(&FsysFileTestAccess::reads(*file)));
     EXPECT_EQ(39U, os.faults().fired());
     EXPECT_EQ(0U, os.transfers().heldCount());
     readPass();
@@ -560,6 +583,20 @@ TEST_F(RequestQueueTest, TheFortiethStartWithoutMemoryFails)
     EXPECT_TRUE(FsysFileTestAccess::reads(*file).empty());
     EXPECT_EQ(0U, file->readBytesOutstanding());
     EXPECT_EQ(0U, theFsys.load()->readBytesOutstanding);
+}
+
+TEST_F(RequestQueueTest, AStartWithoutMemoryLetsTheRequestsBehindItStart)
+{
+    FsysFile* const file = openForReading(pattern(65536));
+    Calls calls;
+    ask(file, 0, 512, calls);
+    ask(file, 20480, 512, calls);
+    os.faults().failNext(fake::Op::allocatePages, 0);
+    EXPECT_EQ(1U, file->StartRequests(&FsysFileTestAccess::reads(*file)));
+    EXPECT_THAT(issued(), ElementsAre("20480+512"));
+    EXPECT_EQ(FileRequest::QUEUED, FsysFileTestAccess::reads(*file)[0]->status());
+    readPass();
+    EXPECT_THAT(issued(), ElementsAre("20480+512", "0+512"));
 }
 
 TEST_F(RequestQueueTest, AFailedStartLeavesTheRequestsBehindItForTheNextPass)

@@ -1,9 +1,11 @@
 // What the configuration changes. It is read once per process, so each test is started in a process of its
 // own with the variables that it names; see CMakeLists.txt.
 
+#include <cstdlib>
 #include <regex>
 
 #include "fsys/SystemCache.h"
+#include "support/ConfigInt.h"
 
 #include "CacheTest.h"
 
@@ -89,6 +91,30 @@ TEST_F(SystemCacheConfigured, AFolderThatCannotBeListedIsTracedAsEmpty)
     EXPECT_EQ(captured.logged()[2], "Num files 0\n");
 }
 
+// --- nothing configured: what happens once per process
+
+namespace {
+
+class SystemCacheAtItsStart : public SystemCacheConfigured
+{
+};
+
+}  // namespace
+
+TEST_F(SystemCacheAtItsStart, TheFirstInitialiseScansAndTheSecondDoesNotUnlessForced)
+{
+    os.files().addFile(L"/m/Material/" + stem + L".mov", "media");
+    SystemCache::initialise(false);
+    EXPECT_TRUE(SystemCache::fileExists(clip));
+    SystemCache::invalidate();
+    os.log().clear();
+    SystemCache::initialise(false);
+    EXPECT_FALSE(SystemCache::fileExists(clip));
+    EXPECT_EQ(os.log().fileSystemCalls(), 0u);
+    SystemCache::initialise(true);
+    EXPECT_TRUE(SystemCache::fileExists(clip));
+}
+
 // max_audio_chans_in_shot
 
 namespace {
@@ -106,6 +132,19 @@ protected:
 };
 
 }  // namespace
+
+TEST_F(AudioChannelsConfigured, TheMaximumIsReadOnceAndAtItsFirstUse)
+{
+    static unsigned asked = 0;
+    setConfigObserver(
+        [](const char* key, int, int) { asked += key == std::string("max_audio_chans_in_shot"); });
+    ASSERT_EQ(setenv("FSYS_CFG_max_audio_chans_in_shot", "2", 1), 0);
+    EXPECT_EQ(driveWithChannels({2}), driveM);
+    ASSERT_EQ(setenv("FSYS_CFG_max_audio_chans_in_shot", "5", 1), 0);
+    EXPECT_EQ(driveWithChannels({3}), DriveId());
+    setConfigObserver(nullptr);
+    EXPECT_EQ(asked, 1u);
+}
 
 TEST_F(AudioChannelsConfigured, MaximumZeroFindsNoDrive) { EXPECT_EQ(driveWithChannels({1, 2}), DriveId()); }
 

@@ -55,6 +55,21 @@ TEST_F(SystemCacheUpdates, AddFileTellsTheCookieAndTheEntry)
     }
 }
 
+TEST_F(SystemCacheUpdates, AddFileAlsoAnnouncesAnAdditionThatChangesNothing)
+{
+    const MediaFileInfo proxy = info(clip, L".proxy.540.mov");
+    SystemCache::addFile(clip, info(clip, L".mov"), false);
+    SystemCache::addFile(clip, proxy, false);
+    const CacheListener listener;
+    SystemCache::addFile(clip, proxy, true);  // listed already
+    SystemCache::addFile(clip, MediaFileInfo(named(clip, L".mov"), L"/far.mov", 512), true);  // a link
+    EXPECT_EQ(proxyCount(clip), 1u);
+    EXPECT_FALSE(SystemCache::isLinked(clip));
+    ASSERT_EQ(listener.heard.size(), 2u);
+    EXPECT_EQ(listener.heard[0].type, "SysCacheAddProxy");
+    EXPECT_EQ(listener.heard[1].type, "SysCacheAdd");
+}
+
 TEST_F(SystemCacheUpdates, AddFileByNameTakesTheSizeFromDisk)
 {
     os.files().addSparseFile(osPath(info(clip, L".mov")), 4321);
@@ -272,6 +287,19 @@ TEST_F(SystemCacheUpdates, RemoveProxyFileDropsItAndLeavesTheDiskAlone)
     SystemCache::removeProxyFile(clip, info(clip, L".proxy.540.mov"));
     EXPECT_EQ(proxyCount(clip), 0u);
     EXPECT_TRUE(SystemCache::findEntryForCookie(clip));
+    EXPECT_TRUE(onDiskStill(L".proxy.540.mov"));
+}
+
+TEST_F(SystemCacheUpdates, RemoveProxyFileFindsALinkByItsTarget)
+{
+    const MediaFileInfo link = linkOnDisk(clip, L".proxy.540.mov", L"/far/p.mov");
+    SystemCache::addFile(clip, link, false);
+    SystemCache::addFile(clip, onDisk(clip, L".proxy.270.mov"), false);
+    SystemCache::removeProxyFile(clip, link);
+    std::list<MediaFileInfo> proxies;
+    ASSERT_TRUE(SystemCache::getProxyFiles(clip, proxies));
+    ASSERT_EQ(proxies.size(), 1u);
+    EXPECT_EQ(proxies.front().getProxyHeight(), 270u);
     EXPECT_TRUE(onDiskStill(L".proxy.540.mov"));
 }
 
