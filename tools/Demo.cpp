@@ -1,6 +1,5 @@
 #include "Demo.h"
 
-#include "FileWriter.h"
 #include "Hash.h"
 #include "Importer.h"
 #include "Playback.h"
@@ -11,7 +10,9 @@
 #include "fsys/DiskManager.h"
 #include "fsys/MaterialLink.h"
 #include "fsys/MediaFileInfo.h"
+#include "fsys/MediaLocationInfo.h"
 #include "fsys/SystemCache.h"
+#include "media/MediaWriter.h"
 #include "os/OS.h"
 
 #include <algorithm>
@@ -95,6 +96,7 @@ private:
     bool linkUsers(DriveId first, DriveId second);
     bool recordPicture(DriveId location, const PictureFormat& format, Clip& clip, bool isProxy);
     bool findAgain();
+    void tellStatus();
     bool verify(const Clip& clip, const char* asked, const DecodeFormat& format);
     bool playSome();
     int report();
@@ -109,6 +111,8 @@ private:
     std::uint64_t frameBytes_ = std::uint64_t{1} << 20;
     PlaybackResult playback_;
     ScanCounts found_;
+    std::size_t online_ = 0;         // clips
+    std::int32_t minutesLeft_ = -1;  // that the first location has room for
 };
 
 std::optional<DriveId> addLocation(const fs::path& folder, const std::string& name)
@@ -192,6 +196,26 @@ bool Demo::record()
     return given_.media.empty() ? recordMade(*first, *second) : linkUsers(*first, *second);
 }
 
+// Records what make produces; empty, after a message, when that failed.
+template <class Make>
+std::string recordWith(MediaWriter& writer, const Make& make)
+{
+    const bool made = writer.isOpen() && make([&](const void* data, std::size_t bytes) {
+                          return writer.write({static_cast<const std::byte*>(data), bytes});
+                      });
+    const MediaRecording recorded = made ? writer.finish() : MediaRecording{};
+    if (!recorded.complete)
+        complain("cannot record %s: %s", utf8(writer.path()).c_str(), writer.error().text.c_str());
+    return recorded.complete ? recorded.hash : std::string();
+}
+
+MediaWriterOptions hashed()
+{
+    MediaWriterOptions options;
+    options.hash = true;
+    return options;
+}
+
 bool Demo::recordPicture(DriveId location, const PictureFormat& format, Clip& clip, bool isProxy)
 {
     ImportRequest request;
@@ -200,20 +224,11 @@ bool Demo::recordPicture(DriveId location, const PictureFormat& format, Clip& cl
     request.cookie = clip.cookie;
     request.isProxy = isProxy;
     request.proxyHeight = format.height;
-    const MaterialFilename name = nameInLocation(request);
-    FileWriter writer(name.getOsPath());
-    Hash hash;
-    const bool made = writer.isOpen() && makePicture(format, [&](const void* data, std::size_t bytes) {
-                          hash.add(data, bytes);
-                          return writer.write(data, bytes);
-                      });
-    if (!made || !writer.finish()) {
-        complain("cannot record %s", utf8(name.getOsPath()).c_str());
-        return false;
-    }
-    SystemCache::addFile(clip.cookie, name, true);
-    (isProxy ? clip.proxyHash : clip.hash) = hash.text();
-    return true;
+    MediaWriter writer(clip.cookie, nameInLocation(request), hashed());
+    const std::string hash =
+        recordWith(writer, [&](const ByteSink& sink) { return makePicture(format, sink); });
+    (isProxy ? clip.proxyHash : clip.hash) = hash;
+    return !hash.empty();
 }
 
 bool Demo::recordMade(DriveId first, DriveId second)
@@ -236,36 +251,21 @@ bool Demo::recordMade(DriveId first, DriveId second)
     Clip sound{convertCookie(Cookie::makeNew(CookieTypeSound), CookieTypeSound, 1), "sound", {}, {}};
     const MaterialFilename soundName =
         DiskManager::getDriveWithUniqueId(first).getFsysLocation(sound.cookie, L"wav");
-    FileWriter writer(soundName.getOsPath());
-    Hash hash;
-    const bool made = writer.isOpen() && makeSound(4, [&](const void* data, std::size_t bytes) {
-                          hash.add(data, bytes);
-                          return writer.write(data, bytes);
-                      });
-    if (!made || !writer.finish()) {
-        complain("cannot record %s", utf8(soundName.getOsPath()).c_str());
+    MediaWriter writer(sound.cookie, soundName, hashed());
+    sound.hash = recordWith(writer, [](const ByteSink& sink) { return makeSound(4, sink); });
+    if (sound.hash.empty())
         return false;
-    }
-    sound.hash = hash.text();
-    SystemCache::addFile(sound.cookie, soundName, true);
     clips_.push_back(sound);
 
     // The third picture lies outside of every location; a link file stands for it.
     const fs::path elsewhere = root_ / "Elsewhere";
     fs::create_directories(elsewhere);
     format.seed = 5;
-    FileWriter outside(wide((elsewhere / "reel 7.avi").string()));
-    Hash outsideHash;
-    if (!outside.isOpen() ||
-        !makePicture(format,
-                     [&](const void* data, std::size_t bytes) {
-                         outsideHash.add(data, bytes);
-                         return outside.write(data, bytes);
-                     }) ||
-        !outside.finish()) {
-        complain("cannot record %s", (elsewhere / "reel 7.avi").c_str());
+    MediaWriter outside(wide((elsewhere / "reel 7.avi").string()), hashed());
+    const std::string outsideHash =
+        recordWith(outside, [&](const ByteSink& sink) { return makePicture(format, sink); });
+    if (outsideHash.empty())
         return false;
-    }
     ImportRequest link;
     link.file = (elsewhere / "reel 7.avi").string();
     link.location = second;
@@ -273,7 +273,7 @@ bool Demo::recordMade(DriveId first, DriveId second)
     link.cookie = Cookie::makeNew();
     if (!importMedia(link))
         return false;
-    clips_.push_back({link.cookie, "linked picture", outsideHash.text(), {}});
+    clips_.push_back({link.cookie, "linked picture", outsideHash, {}});
     tell("Recorded a sound clip, and a third picture that \"Archive\" only links to.\n");
     return true;
 }
@@ -358,6 +358,25 @@ bool Demo::verify(const Clip& clip, const char* asked, const DecodeFormat& forma
     return true;
 }
 
+void Demo::tellStatus()
+{
+    std::size_t withProxy = 0;
+    for (const Clip& clip : clips_) {
+        std::list<MediaFileInfo> proxies;
+        online_ += MediaLocationInfo::isClipOffline(clip.cookie, eHighRes | eProxy) ? 0U : 1U;
+        withProxy += SystemCache::getProxyFiles(clip.cookie, proxies) && !clip.proxyHash.empty() ? 1U : 0U;
+    }
+    constexpr double framesPerMinute = 25 * 60;
+    const std::optional<DriveId> first = findLocation((root_ / "Studio A").string());
+    if (first)
+        minutesLeft_ = DiskManager::get_mins_of_recording_left(
+            *first, static_cast<double>(frameBytes_) * framesPerMinute, 0);
+    tell("Status: %zu of %zu clips online, %zu with a proxy. \"Studio A\" has room for %d more minutes of "
+         "such "
+         "pictures.\n",
+         online_, clips_.size(), withProxy, minutesLeft_);
+}
+
 bool Demo::findAgain()
 {
     // A new session knows nothing but the project space: locations, clips and proxies come from the files.
@@ -368,6 +387,7 @@ bool Demo::findAgain()
     found_ = SystemCache::getScanCounts();
     tell("Forgot everything and started again from the files: %llu clips, %llu proxies.\n",
          static_cast<unsigned long long>(found_.clips), static_cast<unsigned long long>(found_.proxies));
+    tellStatus();
     for (const Clip& clip : clips_) {
         bool found = verify(clip, "full resolution", DecodeFormat(eHighRes));
         found = found && verify(clip, "proxy", DecodeFormat(eProxy));
@@ -426,6 +446,8 @@ int Demo::report()
         answerJson({{"dir", root_.string()},
                     {"clips", found_.clips},
                     {"proxies", found_.proxies},
+                    {"online", online_},
+                    {"minutes_left", minutesLeft_},
                     {"frames_due", playback_.framesDue},
                     {"frames_late", playback_.framesLate},
                     {"files", files},

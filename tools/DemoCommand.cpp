@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "Demo.h"
+#include "Help.h"
 #include "Playback.h"
 
 #include <memory>
@@ -17,7 +18,14 @@ void addDemoCommand(CLI::App& app, const Options& options, Action& action)
     command->add_option("--seconds", given->seconds, "how long to play")
         ->check(numberWithin(secondsMin, secondsMax))
         ->capture_default_str();
-    command->footer("example: fsys demo --media ~/Videos");
+    addHelp(*command,
+            {.keys = "dir, clips, proxies, online (clips), minutes_left (of such pictures, in the first "
+                     "location), online (clips), minutes_left (of recording on the first location; -1 "
+                     "without room), frames_due, frames_late, files (cookie, asked, kind: high, proxy, file, "
+                     "bytes, xxh128: 32 hexadecimal digits, verified), verified (all of them)",
+             .done = "every byte came back as it was written",
+             .no = "some bytes differ",
+             .example = "fsys demo --media ~/Videos"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return runDemo(options, *given); }; });
 }

@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "Help.h"
 #include "Session.h"
 #include "fsys/MediaStatus.h"
 #include "fsys/SystemCache.h"
@@ -65,8 +66,16 @@ void addFindCommand(CLI::App& app, const Options& options, Action& action)
         ->capture_default_str();
     command->add_option("--height", given->height, "with auto: a proxy at least this tall, in lines")
         ->check(CLI::Range(1U, pictureHeightMax));
-    command->footer("keys: cookie, file, kind (high, proxy), status (online, offline, unknown)\n"
-                    "example: fsys find V0123456789ABCDEF00 --level auto --height 540");
+    addHelp(*command,
+            {.notes =
+                 "high: the full-resolution file; proxy: the first proxy; auto: the first proxy at least as "
+                 "tall as --height, and the full-resolution file where --height is not given. Where there is "
+                 "none of that kind, another file of the clip is answered.",
+             .keys = "cookie, file (path; of a link that of its target), kind (high, proxy), status (online, "
+                     "offline, unknown)",
+             .done = "the file is online",
+             .no = "the clip is offline or unknown",
+             .example = "fsys find V0123456789ABCDEF00 --level auto --height 540"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return find(options, *given); }; });
 }

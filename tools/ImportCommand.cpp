@@ -1,4 +1,6 @@
 #include "Command.h"
+#include "HashBook.h"
+#include "Help.h"
 #include "Importer.h"
 #include "Session.h"
 #include "fsys/DiskManager.h"
@@ -47,6 +49,7 @@ int import(const Options& options, const Arguments& given)
         complain("the media folders of location %s cannot be made", given.location.c_str());
         return exitFailed;
     }
+    HashBook book(projectSpaceOf(options));
     ExitStatus status = exitDone;
     for (const std::string& file : given.files) {
         ImportRequest request;
@@ -61,6 +64,8 @@ int import(const Options& options, const Arguments& given)
             return exitNo;
         const std::optional<Imported> imported = importMedia(request);
         // The others are brought in all the same, as a copying program does.
+        if (imported && !imported->hash.empty())
+            book.add(imported->file, imported->bytes, imported->hash);
         if (!imported)
             status = exitFailed;
         else if (options.json)
@@ -97,8 +102,12 @@ void addImportCommand(CLI::App& app, const Options& options, Action& action)
     proxy->needs(height);
     command->add_flag("--sound", given->sound, "sound: a sound cookie, the \"Sound\" folder")
         ->excludes(proxy);
-    command->footer("keys: cookie, file, bytes, link (one object per file)\n"
-                    "example: fsys import shot7.mov --location 1");
+    addHelp(*command,
+            {.notes = "A file that cannot be brought in does not keep the others out.",
+             .keys = "cookie, file (path in the location), bytes (of the media), link; one object per file",
+             .no = "no such location or clip",
+             .failed = "at least one file could not be brought in",
+             .example = "fsys import shot7.mov --location 1"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return import(options, *given); }; });
 }

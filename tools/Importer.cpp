@@ -1,9 +1,7 @@
 #include "Importer.h"
 
 #include "Answer.h"
-#include "FileWriter.h"
-#include "Progress.h"
-#include "StreamReader.h"
+#include "MediaCopy.h"
 #include "fsys/DiskManager.h"
 #include "fsys/MaterialLink.h"
 #include "fsys/MediaFileInfo.h"
@@ -11,46 +9,43 @@
 #include "os/LastError.h"
 #include "os/OS.h"
 
-#include <algorithm>
 #include <filesystem>
 
 namespace {
 
-constexpr unsigned copyBlockBytes = 1U << 20;
-constexpr unsigned copyDepth = 8;
-
-bool copyMedia(const LightweightString<wchar_t>& from, std::uint64_t size,
-               const LightweightString<wchar_t>& to)
+bool copyIn(const LightweightString<wchar_t>& from, const MaterialFilename& name, Imported& imported)
 {
-    StreamReader reader(from);
-    FileWriter writer(to);
+    MediaReader reader(from);
+    MediaWriterOptions options;
+    options.hash = true;
+    MediaWriter writer(imported.cookie, name, options);
     if (!reader.isOpen() || !writer.isOpen()) {
-        complain("cannot open %s: %s", utf8(reader.isOpen() ? to : from).c_str(),
-                 errorText(lastError()).c_str());
+        complain("%s", (reader.isOpen() ? writer.error() : reader.openError()).text.c_str());
+        writer.abandon();
         return false;
     }
-    Progress progress("copy", size);
-    std::uint64_t asked = 0;
-    for (std::uint64_t copied = 0; copied < size;) {
-        while (asked < size && reader.underWay() < copyDepth) {
-            const auto bytes = static_cast<unsigned>(std::min<std::uint64_t>(copyBlockBytes, size - asked));
-            if (!reader.ask(asked, bytes))
-                return false;
-            asked += bytes;
-        }
-        const StreamReader::Piece piece = reader.next();
-        if (!piece.succeeded || !writer.write(piece.data->getBuffer(), piece.bytes)) {
-            complain("copying %s stopped after %llu bytes", utf8(from).c_str(),
-                     static_cast<unsigned long long>(copied));
-            return false;
-        }
-        copied += piece.bytes;
-        progress.advance(piece.bytes);
+    Progress progress("copy", imported.bytes, Progress::Unit::bytes);
+    const MediaRecording copy = copyMedia(reader, writer, progress);
+    imported.hash = copy.hash;
+    imported.bytes = copy.bytes;
+    if (!copy.complete)
+        complain("copying %s: %s", utf8(from).c_str(), copy.error.text.c_str());
+    return copy.complete;
+}
+
+bool makeLink(const LightweightString<wchar_t>& from, const ImportRequest& request,
+              const MaterialFilename& name)
+{
+    if (utf8(from).size() >= MaterialLink::linkFileSize) {
+        complain("the path of %s is too long for a link file", request.file.c_str());
+        return false;
     }
-    if (writer.finish())
-        return true;
-    complain("cannot write %s", utf8(to).c_str());
-    return false;
+    if (!MaterialLink::createLink(name.getOsPath(), from, false)) {
+        complain("cannot write %s: %s", utf8(name.getOsPath()).c_str(), errorText(lastError()).c_str());
+        return false;
+    }
+    SystemCache::addFile(request.cookie, name, true);
+    return true;
 }
 
 bool looksLikeLink(const LightweightString<wchar_t>& path, std::uint64_t size)
@@ -80,7 +75,7 @@ std::optional<Imported> importMedia(const ImportRequest& request)
         complain("%s is not a file", request.file.c_str());
         return std::nullopt;
     }
-    Imported imported{request.cookie, {}, files->getFileSize(source)};
+    Imported imported{request.cookie, {}, files->getFileSize(source), {}};
     if (imported.bytes == 0) {
         complain("%s is empty", request.file.c_str());
         return std::nullopt;
@@ -99,18 +94,7 @@ std::optional<Imported> importMedia(const ImportRequest& request)
         complain("%s exists already", utf8(imported.file).c_str());
         return std::nullopt;
     }
-    if (request.asLink) {
-        if (utf8(source).size() >= MaterialLink::linkFileSize) {
-            complain("the path of %s is too long for a link file", request.file.c_str());
-            return std::nullopt;
-        }
-        if (!MaterialLink::createLink(imported.file, source, false)) {
-            complain("cannot write %s: %s", utf8(imported.file).c_str(), errorText(lastError()).c_str());
-            return std::nullopt;
-        }
-    } else if (!copyMedia(source, imported.bytes, imported.file)) {
+    if (!(request.asLink ? makeLink(source, request, name) : copyIn(source, name, imported)))
         return std::nullopt;
-    }
-    SystemCache::addFile(request.cookie, name, true);
     return imported;
 }

@@ -27,6 +27,7 @@ struct Imported
     Cookie cookie;
     LightweightString<wchar_t> file;  // in the media location
     std::uint64_t bytes = 0;          // of the media itself
+    std::string hash;                 // XXH3-128; empty for a link
 };
 
 // None, after a message, when it could not be done; nothing is then left behind.

@@ -1,4 +1,7 @@
 #include "Command.h"
+#include "Help.h"
+#include "LocationUpkeep.h"
+#include "Locations.h"
 #include "Session.h"
 #include "fsys/DiskManager.h"
 #include "os/OS.h"
@@ -82,13 +85,9 @@ int listLocations(const Options& options)
     const Session session(options);
     if (session.failed())
         return exitFailed;
-    const Vector<LightweightString<wchar_t>> missing = DiskManager::getMissingMediaLocations();
-    for (const auto& root : missing)
-        complain("%s is listed, but cannot be reached or written now", utf8(root).c_str());
+    complainAboutMissingLocations();
     Json locations = Json::array();
-    DriveId id('0');
-    for (bool more = DiskManager::getFirstMaterialVolume(id); more;
-         more = DiskManager::getNextMaterialVolume(id))
+    for (const DriveId& id : allLocations())
         locations.push_back(describe(DiskManager::getDriveWithUniqueId(id)));
     if (options.json) {
         answerJson({{"locations", locations}});
@@ -131,28 +130,47 @@ int removeLocation(const Options& options, const Arguments& given)
 
 }  // namespace
 
+static const std::string locationKeys =
+    "id, name, path, type (0 unknown, 1 local, 2 removable, 3 network, 4 optical), free_bytes, total_bytes, "
+    "sector_size (bytes), auto_discovered, slow (the volume was too slow for the engine's last transfers)";
+
 void addLocationCommand(CLI::App& app, const Options& options, Action& action)
 {
     const auto given = std::make_shared<Arguments>();
     CLI::App* const location = app.add_subcommand("location", "Media locations: the folders that hold media");
     location->require_subcommand(1);
+    addGroupHelp(*location, "fsys location add /media/raid --name \"Raid A\"");
 
     CLI::App* const add =
         location->add_subcommand("add", "Registers and prepares a media location, for good");
     add->add_option("PATH", given->place, "folder")->required();
     add->add_option("--name", given->name, "what people call it (default: the folder's name)");
-    add->footer("example: fsys location add /media/raid --name \"Raid A\"");
+    addHelp(*add,
+            {.notes =
+                 "It gets the folders Material and Sound. A drive that was removed after discovery had found "
+                 "it comes back.",
+             .keys = locationKeys,
+             .no = "it is a media location already",
+             .failed = "there is no such folder, or it cannot be written",
+             .example = "fsys location add /media/raid --name \"Raid A\""});
     add->callback(
         [&options, &action, given] { action = [&options, given] { return addLocation(options, *given); }; });
 
     CLI::App* const list = location->add_subcommand("list", "Lists the media locations");
-    list->footer("example: fsys --json location list");
+    addHelp(*list, {.notes = "Listed locations that cannot be reached now are named on standard error.",
+                    .keys = "locations, an array; of each: " + locationKeys,
+                    .example = "fsys --json location list"});
     list->callback([&options, &action] { action = [&options] { return listLocations(options); }; });
 
     CLI::App* const remove = location->add_subcommand("remove", "Forgets a media location; its media stays");
     remove->add_option("PATH|ID", given->place, "folder or id")->required();
-    remove->footer("example: fsys location remove 2");
+    addHelp(*remove, {.notes = "A drive that discovery finds is kept away from now on.",
+                      .keys = "removed (its root, with separator)",
+                      .no = "no such location that can be reached",
+                      .example = "fsys location remove 2"});
     remove->callback([&options, &action, given] {
         action = [&options, given] { return removeLocation(options, *given); };
     });
+
+    addLocationUpkeep(*location, options, action);
 }

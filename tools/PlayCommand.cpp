@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "Help.h"
 #include "Playback.h"
 #include "Session.h"
 
@@ -76,9 +77,16 @@ void addPlayCommand(CLI::App& app, const Options& options, Action& action)
         ->capture_default_str();
     command->add_option("--height", given->height, "with auto: proxies at least this tall, in lines")
         ->check(CLI::Range(1U, pictureHeightMax));
-    command->footer(
-        "keys: streams, frames_due, frames_on_time, frames_late, worst_wait_ms (how long the latest frame "
-        "was overdue)\nexample: fsys play V0123456789ABCDEF00 --fps 25 --frame-bytes 12m --seconds 20");
+    addHelp(
+        *command,
+        {.notes = "A clip that is too short is read again from its start.",
+         .keys =
+             "streams, frames_due, frames_on_time, frames_late, worst_wait_ms (how long the latest frame was "
+             "overdue)",
+         .done = "played, also when frames were late",
+         .no = "a clip is unknown, offline or empty",
+         .failed = "reading failed",
+         .example = "fsys play V0123456789ABCDEF00 --fps 25 --frame-bytes 12m --seconds 20"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return playStreams(options, *given); }; });
 }

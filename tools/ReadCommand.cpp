@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "Hash.h"
+#include "Help.h"
 #include "Progress.h"
 #include "Session.h"
 #include "StreamReader.h"
@@ -83,9 +84,12 @@ void addReadCommand(CLI::App& app, const Options& options, Action& action)
         ->check(CLI::Range(1U, 4096U))
         ->capture_default_str();
     command->add_flag("--hash", given->hash, "XXH3-128 of the bytes, as xxhsum -H2 prints it");
-    command->footer(
-        "keys: bytes, seconds, mb_per_s (10^6 bytes), latency_us (p50, p99, max), xxh128 (null without "
-        "--hash)\nexample: fsys read V0123456789ABCDEF00 --hash");
+    addHelp(*command, {.keys = "bytes, seconds, mb_per_s (10^6 bytes per second), latency_us (p50, p99, max: "
+                               "microseconds of a read), xxh128 (32 hexadecimal digits; null without --hash)",
+                       .done = "all of it was read",
+                       .no = "the clip or file is unknown or offline",
+                       .failed = "reading failed",
+                       .example = "fsys read V0123456789ABCDEF00 --hash"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return read(options, *given); }; });
 }

@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "Help.h"
 #include "Session.h"
 #include "fsys/DiskManager.h"
 #include "fsys/SystemCache.h"
@@ -55,8 +56,11 @@ void addScanCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command =
         app.add_subcommand("scan", "Indexes the media locations and counts what is there");
     command->add_option("--location", *location, "only this one: id or path");
-    command->footer("keys: files, clips, proxies, skipped (empty, ineligible, not_a_cookie), seconds\n"
-                    "example: fsys scan --location 1");
+    addHelp(*command,
+            {.notes = "A clip here is one cookie: each channel counts.",
+             .keys = "files, clips, proxies, skipped (empty, ineligible, not_a_cookie: files), seconds",
+             .no = "no such location",
+             .example = "fsys scan --location 1"});
     command->callback([&options, &action, location] {
         action = [&options, location] { return scan(options, *location); };
     });

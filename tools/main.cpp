@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "Suggestion.h"
 
 #include <exception>
 #include <string>
@@ -6,12 +7,56 @@
 
 namespace {
 
+// The place of the command line at which a command was asked for: the last one that has commands of its own
+// and got none.
+const CLI::App& placeOf(const CLI::App& app)
+{
+    const std::vector<const CLI::App*> chosen =
+        app.get_subcommands([](const CLI::App* command) { return command->parsed(); });
+    const bool hasCommands =
+        !chosen.empty() && !chosen.back()->get_subcommands([](const CLI::App*) { return true; }).empty();
+    return hasCommands ? placeOf(*chosen.back()) : app;
+}
+
+// Words of the command line that may have been meant as a command.
+std::vector<std::string> doubtfulWords(const CLI::App& app, const CLI::App& place)
+{
+    std::vector<std::string> words = app.remaining(true);
+    for (const CLI::Option* option : place.get_options())
+        if (option->get_positional())
+            words.insert(words.begin(), option->results().begin(), option->results().end());
+    std::erase_if(words, [](const std::string& word) { return word.starts_with('-'); });
+    return words;
+}
+
+// False when no word of the command line is near to a command.
+bool suggest(const CLI::App& app)
+{
+    const CLI::App& place = placeOf(app);
+    if (!place.get_subcommands([](const CLI::App* command) { return command->parsed(); }).empty())
+        return false;
+    for (const std::string& word : doubtfulWords(app, place)) {
+        const std::string nearest = nearestCommand(place, word);
+        if (nearest.empty())
+            continue;
+        complain("%s is not known here; the nearest command is: fsys %s\n"
+                 "Run with --help for more information.",
+                 word.c_str(), nearest.c_str());
+        return true;
+    }
+    return false;
+}
+
 // Help on standard output, or what is wrong with the command line on standard error.
 int explain(const CLI::App& app, const CLI::ParseError& error)
 {
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const bool isMissing = code == CLI::ExitCodes::RequiredError;
+    if ((isMissing || code == CLI::ExitCodes::ExtrasError) && suggest(app))
+        return exitUsage;
     // The parser misses a command before it wonders about a word that is none.
     const std::vector<std::string> strange = app.remaining(true);
-    if (error.get_name() == "RequiredError" && !strange.empty()) {
+    if (isMissing && !strange.empty()) {
         complain("%s is not known here\nRun with --help for more information.", strange.front().c_str());
         return exitUsage;
     }
@@ -39,8 +84,22 @@ int run(int argumentCount, char** arguments)
     addScanCommand(app, options, action);
     addImportCommand(app, options, action);
     addFindCommand(app, options, action);
+    addClipCommand(app, options, action);
+    addStatusCommand(app, options, action);
     addReadCommand(app, options, action);
     addPlayCommand(app, options, action);
+    addRecordCommand(app, options, action);
+    addCopyCommand(app, options, action);
+    addVerifyCommand(app, options, action);
+    addRecoverCommand(app, options, action);
+    addRmCommand(app, options, action);
+    addProxyCommand(app, options, action);
+    addLinkCommand(app, options, action);
+    addDriveCommand(app, options, action);
+    addShareCommand(app, options, action);
+    addLoginCommand(app, options, action);
+    addLogoutCommand(app, options, action);
+    addWatchCommand(app, options, action);
     addDemoCommand(app, options, action);
     try {
         app.parse(argumentCount, arguments);

@@ -125,9 +125,9 @@ public:
     [[nodiscard]] Counters counters() const;
 
 private:
-    class Session;
+    class MEDIA_LOCAL Session;
 
-    std::shared_ptr<Session> session_;  // null when the reader is not open
+    std::shared_ptr<Session> session_;  // never null
     MediaError openError_;
     LightweightString<wchar_t> path_;
     LightweightString<wchar_t> target_;

@@ -17,7 +17,7 @@
 struct MediaWriterOptions
 {
     // Bytes that wait to reach the disk, at most; a write that would exceed them waits. In whole blocks of
-    // MediaWriter::blockBytes, at least 2.
+    // MediaWriter::blockBytes, at least 2 and at most 32.
     std::uint64_t bytesInFlight = std::uint64_t{8} << 20;
     // XXH3-128 of what is written, on the way.
     bool hash = false;
@@ -35,11 +35,14 @@ struct MediaRecording
     // True: the file has its final name and holds, in order, exactly the bytes of all writes, safe against
     // a loss of power.
     bool complete = false;
-    // The file: under its final name when complete or cut off by a full disk, else the unfinished one.
+    // The file: under its final name when complete or cut off by a full disk, else the unfinished one. Empty
+    // when there was nothing to keep.
     LightweightString<wchar_t> path;
     bool hasFinalName = false;
-    std::uint64_t bytes = 0;  // of the file: whole writes only
-    std::string hash;         // 32 hexadecimal digits; empty unless asked for and complete
+    // Whole writes that the file holds. An unfinished file may have more behind them, when the disk neither
+    // took nor refused them in time.
+    std::uint64_t bytes = 0;
+    std::string hash;  // 32 hexadecimal digits; empty unless asked for and complete
     // True when readers will take the file for a link, as they do with every file of 512 bytes that does
     // not begin with "RIFF". Record a byte more.
     bool mistakenForLink = false;
@@ -114,7 +117,7 @@ public:
     [[nodiscard]] Counters counters() const;
 
 private:
-    class Recording;
+    class MEDIA_LOCAL Recording;
 
     std::unique_ptr<Recording> recording_;
 };

@@ -28,9 +28,10 @@ struct UnfinishedRecording
 // registered or cannot be reached.
 [[nodiscard]] MEDIA_API std::vector<UnfinishedRecording> findUnfinished(const DriveId& location);
 
-// Cuts the file to goodBytes, flushes it to the device, gives it its final name and tells the media cache
-// when it is a clip's. An error leaves it as it was: unfinished when a recorder is at work, alreadyExists
-// when there is a file of the final name, invalidArgument when no byte is good.
+// Cuts the file to its good bytes (as they are now), flushes it to the device, gives it its final name and
+// tells the media cache when it is a clip's. An error leaves it unfinished: unfinished when a recorder is at
+// work, alreadyExists when there is a file of the final name, invalidArgument when no byte is good or path
+// is no unfinished recording's, notFound when it is gone.
 [[nodiscard]] MEDIA_API MediaError finishUnfinished(const UnfinishedRecording& recording);
-// Removes the file. An error leaves it: unfinished when a recorder is at work.
+// Removes the file. An error leaves it: unfinished when a recorder is at work, notFound when it is gone.
 [[nodiscard]] MEDIA_API MediaError removeUnfinished(const UnfinishedRecording& recording);

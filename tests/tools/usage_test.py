@@ -1,18 +1,25 @@
 import os
+import re
 import signal
 import subprocess
 
 from command_case import CommandCase, DONE, FAILED, USAGE, main
 
-COMMANDS = [["location", "add"], ["location", "list"], ["location", "remove"], ["scan"], ["import"], ["find"],
-            ["read"], ["play"], ["demo"]]
+COMMANDS = [line.split() for line in (
+    "location add", "location list", "location remove", "location rename", "location prepare", "location unmounted",
+    "location unmount", "scan", "import", "find", "clip", "status", "read", "play", "rm", "proxy add", "proxy rename",
+    "proxy rm", "link", "link realise", "drive best", "drive time", "drive task", "share list", "share to-local",
+    "share to-unc", "login", "logout", "watch", "demo")]
+GROUPS = {"location": ("add", "list", "remove", "rename", "prepare", "unmounted", "unmount"),
+          "proxy": ("add", "rename", "rm"), "drive": ("best", "time", "task"),
+          "share": ("list", "to-local", "to-unc"), "link": ("realise",)}
 
 
 class Usage(CommandCase):
     def test_help_of_the_command_names_every_subcommand_and_exit_status(self):
         text = self.run_command("--help").text
-        for word in ("location", "scan", "import", "find", "read", "play", "demo", "--space", "--json",
-                     "--no-discovery", "exit status: 0 done"):
+        for word in [command[0] for command in COMMANDS] + ["--space", "--json", "--no-discovery",
+                                                            "exit status: 0 done"]:
             self.assertIn(word, text)
 
     def test_help_of_every_subcommand_has_an_example(self):
@@ -23,10 +30,51 @@ class Usage(CommandCase):
                 self.assertEqual(len(example), 1, text)
                 self.assertIn(" ".join(command), example[0])
 
-    def test_help_of_location_names_what_can_be_done_with_one(self):
-        text = self.run_command("location", "--help").text
-        for word in ("add", "list", "remove"):
-            self.assertIn(word, text)
+    def test_help_of_every_subcommand_documents_keys_and_exit_status(self):
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                text = self.run_command(*command, "--help").text
+                self.assertEqual(len(re.findall(r"^keys: \S", text, re.M)), 1, text)
+                status = re.search(r"^exit status: 0 .*?^example: ", text, re.M | re.S)
+                self.assertIsNotNone(status, text)
+                self.assertRegex(status.group(), r"2\s+wrong\s+usage;\s+3\s+\S")
+
+    def test_documented_keys_are_those_of_the_answer(self):
+        cookie = self.import_clip()["cookie"]
+        proxy = self.json("proxy", "add", cookie, self.media_file("p.mov"), "--height", "540")["file"]
+        self.environment["FSYS_SMB_CONF"] = self.write(
+            "smb.conf", f"[global]\nusershare path =\n[media]\npath = {self.root}\n".encode())
+        unc = self.json("share", "to-unc", self.path("media"))["unc"]
+        renamed = cookie + ".A0.proxy.270.mov"
+        for line in (["location", "add", self.location_folder("b")], ["location", "list"],
+                     ["location", "rename", "2", "Raid"], ["location", "prepare", "2"], ["location", "unmounted"],
+                     ["location", "remove", "2"], ["scan"], ["find", cookie], ["clip", cookie], ["status"],
+                     ["read", cookie], ["play", cookie, "--fps", "25", "--frame-bytes", "1k", "--seconds", "0.1"],
+                     ["import", self.media_file("q.mov"), "--location", "1"], ["link", "realise", cookie],
+                     ["proxy", "rename", cookie, proxy, renamed], ["proxy", "rm", cookie, renamed],
+                     ["drive", "best", "--mb", "1"], ["drive", "time", "1", "--rate-a", "1"],
+                     ["drive", "task", "Record", "--set", "1"], ["share", "list"], ["share", "to-unc", self.path("media")],
+                     ["share", "to-local", unc], ["login", self.root, "--seconds", "0.01"], ["rm", cookie, "--all"]):
+            command = line[:2] if line[:2] in COMMANDS else line[:1]
+            with self.subTest(command=command):
+                answer = self.json_lines(*line)[0]
+                help = self.run_command(*command, "--help").text
+                words = set(re.findall(r"[a-z_0-9]+", help[help.index("\nkeys: "):help.index("\nexit status: ")]))
+                self.assertLessEqual(self.keys_of(answer), words)
+
+    def keys_of(self, answer):
+        if isinstance(answer, list):
+            return set().union(*map(self.keys_of, answer))
+        if not isinstance(answer, dict):
+            return set()
+        return set(answer).union(*map(self.keys_of, answer.values()))
+
+    def test_help_of_a_group_names_its_commands_and_has_an_example(self):
+        for group, commands in GROUPS.items():
+            text = self.run_command(group, "--help").text
+            for command in commands:
+                self.assertRegex(text, rf"(?m)^  {command} ")
+            self.assertRegex(text, rf"(?m)^example: fsys {group} ")
 
     def test_help_makes_no_project_space(self):
         self.run_command("scan", "--help")
@@ -49,6 +97,26 @@ class Usage(CommandCase):
         self.refused("bogus", expect=USAGE, message="bogus")
         self.refused("location", "bogus", expect=USAGE, message="bogus")
         self.refused("--json", "bogus", expect=USAGE, message="bogus")
+
+    def test_a_wrong_command_suggests_the_nearest_right_one(self):
+        for line, nearest in (("stauts", "status"), ("clp", "clip"), ("sttus", "status"), ("locaton list", "location"),
+                              ("location lst", "location list"), ("location renam 1 x", "location rename"),
+                              ("lst", "location list"), ("realise x", "link realise"), ("proxy ad x", "proxy add"),
+                              ("drive tiem 1", "drive time"), ("share to-loc x", "share to-local"),
+                              ("link realize V0123456789ABCDEF00", "link realise"), ("link realize", "link realise"),
+                              ("--json wath", "watch"), ("loginn /x", "login")):
+            with self.subTest(line=line):
+                result = self.refused(*line.split(), expect=USAGE)
+                self.assertRegex(result.message, rf"the nearest command is: fsys {nearest}\n")
+
+    def test_a_command_that_resembles_none_suggests_none(self):
+        for line in (["bogus"], ["location", "frobnicate"], ["x"]):
+            self.assertNotIn("nearest", self.refused(*line, expect=USAGE).message)
+
+    def test_an_argument_too_many_is_not_taken_for_a_command(self):
+        for line in (["find", "a", "lst"], ["scan", "stauts"], ["location", "list", "ad"],
+                     ["link", "V0123456789ABCDEF00", "--to-location", "1", "surplus"]):
+            self.assertNotIn("nearest", self.refused(*line, expect=USAGE).message)
 
     def test_an_unknown_option_is_named(self):
         for command in COMMANDS:

@@ -1,0 +1,172 @@
+#include "MediaFolder.h"
+
+#include "Answer.h"
+#include "ProxyFiles.h"
+#include "fsys/SystemCache.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace {
+
+// The cookie of a name that scans take for media.
+Cookie mediaCookie(const std::string& name)
+{
+    return SystemCache::isEligible(wide(name)) ? cookieOfName(wide(name)) : Cookie();
+}
+
+bool isSameName(const MediaFileInfo& file, const MaterialFilename& name)
+{
+    return file.getMaterialFilename().getDrive() == name.getDrive() &&
+           file.getMaterialFilename().getPath() == name.getPath();
+}
+
+bool cacheKnows(const Cookie& cookie, const MaterialFilename& name)
+{
+    const Qz::Ptr<FsysDirectoryEntry> entry = SystemCache::findEntryForCookie(cookie);
+    if (!entry)
+        return false;
+    bool known = isSameName(entry->getHighResFile(), name);
+    for (const MediaFileInfo& proxy : entry->copyProxyFiles())
+        known = known || isSameName(proxy, name);
+    return known;
+}
+
+void dropRecord(const Cookie& cookie, const MediaFileInfo& record)
+{
+    const Qz::Ptr<FsysDirectoryEntry> entry = SystemCache::findEntryForCookie(cookie);
+    if (!entry)
+        return;
+    entry->removeFile(record);
+    // A full-resolution file may be listed as a proxy; and a link is listed by what it points at.
+    for (const MediaFileInfo& proxy : entry->copyProxyFiles())
+        if (isSameName(proxy, record.getMaterialFilename()))
+            entry->removeProxyFile(proxy.getPhysicalFilename(false));
+}
+
+void dropFromCache(const Cookie& cookie, const MediaFileInfo& record)
+{
+    dropRecord(cookie, record);
+    // A proxy with audio serves the clip's sound cookies as well.
+    for (unsigned channel = 1; channel <= std::min(record.getProxyAudioChannels(), 255U); ++channel)
+        dropRecord(convertCookie(cookie, CookieTypeSound, static_cast<unsigned char>(channel)), record);
+}
+
+// Not by the cache's own removal, which deletes from the disk.
+void tellOfRemoval(const Cookie& cookie, const MediaFileInfo& record)
+{
+    const unsigned type =
+        record.isProxy() ? SystemCache::proxyRemovedMsgType_ : SystemCache::fileRemovedMsgType_;
+    SystemCache::instance().issueNotification(
+        NotifyMsg(cookie.asString(true), SystemCache::findEntryForCookie(cookie)), static_cast<int>(type));
+}
+
+}  // namespace
+
+MediaFolder::MediaFolder(const DriveId& location, const std::string& name)
+    : location_(location),
+      relative_("/" + name + "/"),
+      path_(utf8(MaterialFilename(location, wide("/" + name)).getOsPath()))
+{
+    // Names that the scan has not met yet stay unseen, and so are told of.
+    for (const std::string& file : listing())
+        if (const Cookie cookie = mediaCookie(file); cookie.valid() && cacheKnows(cookie, mediaName(file)))
+            seen_[file] = stampOf(file).value_or(Stamp());
+    noteDifferences();
+}
+
+bool MediaFolder::exists() const
+{
+    std::error_code error;
+    return std::filesystem::is_directory(path_, error);
+}
+
+void MediaFolder::noteChange(const std::string& name)
+{
+    if (mediaCookie(name).valid())
+        pending_.insert_or_assign(name, Stamp());
+}
+
+void MediaFolder::noteDifferences()
+{
+    std::vector<std::string> names = listing();
+    for (const auto& [name, stamp] : seen_)
+        names.push_back(name);
+    for (const std::string& name : names) {
+        const auto known = seen_.find(name);
+        const Stamp before = known == seen_.end() ? Stamp() : known->second;
+        if (!pending_.contains(name) && stampOf(name) != before)
+            noteChange(name);
+    }
+}
+
+void MediaFolder::look(std::string& file)
+{
+    for (auto noted = pending_.begin(); noted != pending_.end();) {
+        const std::optional<Stamp> now = stampOf(noted->first);
+        // A file that has gone rests.
+        if (!now || (*now != noted->second && *now != Stamp())) {
+            noted->second = now.value_or(Stamp());
+            ++noted;
+            continue;
+        }
+        file = path_ + "/" + noted->first;
+        tell(noted->first, *now);
+        file.clear();
+        noted = pending_.erase(noted);
+    }
+}
+
+std::optional<MediaFolder::Stamp> MediaFolder::stampOf(const std::string& name) const
+{
+    struct stat status = {};
+    if (stat((path_ + "/" + name).c_str(), &status) != 0) {
+        // A server that does not answer has not lost the file.
+        const bool gone = errno == ENOENT || errno == ENOTDIR;
+        return gone ? std::optional(Stamp()) : std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size == 0)
+        return Stamp();
+    return Stamp{static_cast<std::uint64_t>(status.st_size),
+                 static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec,
+                 status.st_ino};
+}
+
+std::vector<std::string> MediaFolder::listing() const
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end; at.increment(error))
+        names.push_back(at->path().filename().string());
+    return names;
+}
+
+MaterialFilename MediaFolder::mediaName(const std::string& name) const
+{
+    return {location_, wide(relative_ + name)};
+}
+
+void MediaFolder::tell(const std::string& name, const Stamp& now)
+{
+    const Cookie cookie = mediaCookie(name);
+    const MaterialFilename media = mediaName(name);
+    const auto known = seen_.find(name);
+    const Stamp before = known == seen_.end() ? Stamp() : known->second;
+    if (now == before)
+        return;
+    if (before != Stamp()) {
+        // Also of a file that has changed: filed a second time, it would become a proxy of itself.
+        dropFromCache(cookie, MediaFileInfo(media, before.bytes));
+        seen_.erase(known);
+    }
+    if (now == Stamp()) {
+        tellOfRemoval(cookie, MediaFileInfo(media, before.bytes));
+        return;
+    }
+    seen_[name] = now;
+    SystemCache::addFile(cookie, MediaFileInfo(media, now.bytes), true);
+}

@@ -1,0 +1,213 @@
+#include "MediaWatch.h"
+
+#include "Answer.h"
+#include "Locations.h"
+#include "fsys/DiskManager.h"
+#include "fsys/SystemCache.h"
+#include "support/PathHelpers.h"
+#include "support/TextFile.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto stepLength = std::chrono::milliseconds(200);
+constexpr unsigned stepsPerSecond = 5;
+constexpr char descriptionFile[] = "MediaSpaceInfo.txt";
+
+bool isFolder(const std::string& path)
+{
+    std::error_code error;
+    return std::filesystem::is_directory(path, error);
+}
+
+// Roots that somebody has added, each with a separator at its end.
+std::vector<std::string> listedRoots(const std::string& space)
+{
+    std::vector<std::string> roots;
+    const TextFile list(joinPaths(wide(space), getMediaLocationsFilename()), true);
+    for (unsigned i = 0; i < list.getLineCount(); ++i)
+        roots.push_back(withSeparator(list.getLine(i).str()));
+    return roots;
+}
+
+std::vector<std::string> unmountedRoots()
+{
+    std::vector<std::string> roots;
+    for (const auto& root : DiskManager::getUnmountedDrives())
+        roots.push_back(utf8(root));
+    return roots;
+}
+
+bool contains(const std::vector<std::string>& roots, const std::string& root)
+{
+    return std::find(roots.begin(), roots.end(), root) != roots.end();
+}
+
+bool registerRoot(const std::string& root, bool found)
+{
+    return !DiskManager::getVolume(wide(root)) && DiskManager::writableVolume(wide(root)) &&
+           DiskManager::addDriveForMediaLocation(wide(root), found);
+}
+
+// The description file holds the name that users gave the location.
+void followName(const DriveId& location)
+{
+    const DiskManager::Name name = DiskManager::getMediaLocationUserName(location);
+    if (name.empty() || utf8(name) == nameOf(location))
+        return;
+    DiskManager::setMediaLocationUserName(location, name);
+    DiskManager::informInterestedParties();
+}
+
+}  // namespace
+
+MediaWatch::MediaWatch(std::string space) : space_(std::move(space)), unmounted_(unmountedRoots())
+{
+    watch_.add(space_);
+    followRegistry();
+    followFolders();
+}
+
+void MediaWatch::step()
+{
+    const auto end = Clock::now() + stepLength;
+    for (auto now = Clock::now(); now < end; now = Clock::now()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
+        const std::vector<FolderWatch::Change> changes = watch_.wait(static_cast<int>(left.count()));
+        if (changes.empty())
+            break;
+        for (const FolderWatch::Change& change : changes)
+            take(change);
+    }
+    if (++steps_ % stepsPerSecond == 0) {
+        followLists();
+        followFolders();
+    }
+    for (auto& [id, location] : locations_)
+        for (const auto& folder : location.folders)
+            folder->look(currentFile_);
+}
+
+bool MediaWatch::isOnline(const DriveId& location) const
+{
+    const auto found = locations_.find(location);
+    return found == locations_.end() || found->second.online;
+}
+
+void MediaWatch::take(const FolderWatch::Change& change)
+{
+    if (change.folder == space_) {
+        followLists();
+        return;
+    }
+    for (auto& [id, location] : locations_)
+        for (const auto& folder : location.folders) {
+            if (folder->path() != change.folder)
+                continue;
+            if (change.name.empty())
+                folder->noteDifferences();
+            else if (change.name == descriptionFile)
+                followName(id);
+            else
+                folder->noteChange(change.name);
+        }
+}
+
+void MediaWatch::followLists()
+{
+    const bool left = unregisterUnlisted();
+    const bool came = registerListed();
+    if (!left && !came)
+        return;
+    followRegistry();
+    followFolders();
+    DiskManager::informInterestedParties();
+}
+
+bool MediaWatch::registerListed()
+{
+    bool any = false;
+    for (const std::string& root : listedRoots(space_))
+        any = registerRoot(root, false) || any;
+    const std::vector<std::string> unmounted = unmountedRoots();
+    for (const std::string& root : unmounted_)
+        if (!contains(unmounted, root))
+            any = registerRoot(root, true) || any;
+    unmounted_ = unmounted;
+    return any;
+}
+
+bool MediaWatch::unregisterUnlisted()
+{
+    const std::vector<std::string> listed = listedRoots(space_);
+    const std::vector<std::string> unmounted = unmountedRoots();
+    bool any = false;
+    for (const DriveId& id : allLocations()) {
+        const Qz::Ptr<MediaDrive> drive = DiskManager::getVolume(id);
+        const std::string root = utf8(drive->getRootLocation());
+        if (drive->isAutoDiscovered() ? !contains(unmounted, root) : contains(listed, root))
+            continue;
+        SystemCache::removeMediaLocation(id);
+        DiskManager::deleteMaterialVolume(id);
+        any = true;
+    }
+    return any;
+}
+
+void MediaWatch::followRegistry()
+{
+    for (auto location = locations_.begin(); location != locations_.end();) {
+        if (DiskManager::isVolumePresent(location->first)) {
+            ++location;
+            continue;
+        }
+        for (const auto& folder : location->second.folders)
+            watch_.remove(folder->path());
+        location = locations_.erase(location);
+    }
+    for (const DriveId& id : allLocations()) {
+        if (locations_.contains(id))
+            continue;
+        Location& location = locations_[id];
+        location.isNetwork = DiskManager::getDriveWithUniqueId(id).getType() == iDiskDrive::eNetwork;
+        for (const CookieType type : {CookieTypeVision, CookieTypeSound})
+            location.folders.push_back(std::make_unique<MediaFolder>(id, utf8(MediaDrive::getFolder(type))));
+        for (const auto& folder : location.folders)
+            location.watched.push_back(watch_.add(folder->path()));
+        // What happened between the listing and the watch.
+        for (const auto& folder : location.folders)
+            folder->noteDifferences();
+    }
+}
+
+void MediaWatch::followFolders()
+{
+    bool anyChange = false;
+    for (auto& [id, location] : locations_) {
+        const bool online = isFolder(rootOf(id) + "/");
+        anyChange = anyChange || online != location.online;
+        location.online = online;
+        for (std::size_t i = 0; i < location.folders.size(); ++i)
+            followFolder(location, i);
+        if (online)
+            followName(id);
+    }
+    if (anyChange)
+        DiskManager::issueMediaOnlineChangeNotification();
+}
+
+void MediaWatch::followFolder(Location& location, std::size_t index)
+{
+    MediaFolder& folder = *location.folders[index];
+    const bool watchedBefore = location.watched[index];
+    location.watched[index] = watch_.add(folder.path());
+    // Media in a folder that cannot be reached is not removed.
+    if (folder.exists() && (location.isNetwork || !watchedBefore || !location.watched[index]))
+        folder.noteDifferences();
+}
