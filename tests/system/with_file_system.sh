@@ -27,7 +27,9 @@ trap clean EXIT
 
 disk() {  # SIZE SECTOR_SIZE
     truncate -s "$1" "$work/image"
-    loop=$(losetup --find --show --sector-size "$2" "$work/image") || skip "no loop device with $2-byte sectors"
+    # One at a time: two that look for a free device may find the same one.
+    loop=$(flock "${TMPDIR:-/tmp}" losetup --find --show --sector-size "$2" "$work/image") ||
+        skip "no loop device with $2-byte sectors"
 }
 case $kind in
 ext4) disk 512M 512; mkfs.ext4 -q "$loop"; mount "$loop" "$place" ;;
