@@ -72,6 +72,7 @@ class Rm(CommandCase):
         self.add_location()
         inside = self.media_file("location/Material/media/inside.mov")
         outside = self.media_file("outside.mov")
+        beside = self.media_file("location/Material/beside.mov")
         first = self.import_file(inside, "1", "--link")
         second = self.import_file(outside, "1", "--link")
         answer = self.json("rm", first["cookie"], "--all")
@@ -79,7 +80,10 @@ class Rm(CommandCase):
                                              {"file": inside, "kind": "target"}])
         answer = self.json("rm", second["cookie"], "--all")
         self.assertEqual(answer["removed"], [{"file": second["file"], "kind": "media"}])
-        self.assertEqual(self.there(inside, outside), [False, True])
+        third = self.import_file(beside, "1", "--link")
+        answer = self.json("rm", third["cookie"], "--all")
+        self.assertEqual(answer["removed"], [{"file": third["file"], "kind": "media"}])
+        self.assertEqual(self.there(inside, outside, beside), [False, True, True])
 
     def test_only_the_one_channel_goes(self):
         cookie = self.import_clip()["cookie"]
