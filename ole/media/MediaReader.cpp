@@ -102,4 +102,5 @@ std::future<MediaReadResult> MediaReader::readAsync(std::uint64_t offset, std::u
 bool MediaReader::cancel(Ticket ticket) { return session_->cancel(ticket); }
 std::size_t MediaReader::cancelAll() { return session_->cancelAll(); }
 void MediaReader::setReadAhead(std::uint64_t bytes) { session_->setReadAhead(bytes); }
+void MediaReader::setStallLimit(unsigned limitMs) { session_->setStallLimit(limitMs); }
 MediaReader::Counters MediaReader::counters() const { return session_->counters(); }

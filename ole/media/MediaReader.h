@@ -53,14 +53,20 @@ struct MediaReadResult
 // Threads:    any, at once. Callbacks run on one thread of the reader, one after another; they may do
 //             anything, also read on, wait for other reads' data, throw (the exception is dropped) or
 //             destroy the reader. A callback that blocks holds up the callbacks of this reader only.
-// Ownership:  data that was handed out outlives the reader.
+// Ownership:  data that was handed out outlives the reader. A small part of a large read keeps all of that
+//             read's memory.
+// Changes:    a file may grow while it is read; an unfinished recording (".partial") ends for a reader where
+//             its first gap begins. Bytes that were read once may be answered again from memory while the
+//             file only grows; one that is rewritten in place is read anew from the disk as soon as its time
+//             of modification tells.
 // Order:      callbacks come as reads end, which need not be the order in which they were asked for.
 // The end:    the destructor cancels what has not started and waits for the rest, at most as long as
 //             FsysClose does; every callback has run when it returns, unless it runs on the thread of the
 //             callbacks: then the rest of them follows after it. A read that does not end is reported as
 //             given up. The engine must run as long as readers are open.
+//             A callback that asks again after every result, "cancelled" included, never lets it end.
 // Errors:     reading at or behind the end, a file that shrinks, one that is removed or replaced: each has
-//             its own code. None of them closes the reader.
+//             its own code. None of them closes the reader. A file of several names vanishes with the last.
 class MEDIA_API MediaReader
 {
 public:
@@ -119,8 +125,13 @@ public:
 
     // For sequential readers: after a read that begins where the one before ended, keeps the next bytes
     // (at least this many) on their way or ready in memory. 0, as at first, reads nothing ahead. What was
-    // read ahead and is not wanted any more is dropped. Memory: the window and the largest read.
+    // read ahead and is not wanted any more is dropped. Memory: the window and the largest read, beside the
+    // few finished reads that the engine keeps of every open file.
     void setReadAhead(std::uint64_t bytes);
+
+    // A synchronous read fails with givenUp when the disk has brought nothing for so long: 60,000 ms unless
+    // set, 0 waits for ever. An asynchronous read ends when the disk answers or the reader goes.
+    void setStallLimit(unsigned limitMs);
 
     [[nodiscard]] Counters counters() const;
 

@@ -21,6 +21,7 @@ struct EngineFile
 {
     FsysFile* file = nullptr;
     unsigned underWay = 0;
+    unsigned givers = 0;    // threads inside a call that gives it a piece, which may have ended by then
     unsigned failures = 0;  // failed reads stay in the engine's list until the file is closed
 };
 

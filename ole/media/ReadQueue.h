@@ -15,13 +15,12 @@
 // ReadQueue: gives the pieces of a reader to the engine, as many as it takes, and gathers what comes back.
 //
 // Waiting:    at most 32 pieces are in the engine. The others wait here, those that reads ask for before
-// those
-//             that are read ahead; these can still be cancelled.
+//             those that are read ahead; these can still be cancelled.
 // Refusals:   a piece that the engine refuses is given again after the next end, or after a millisecond when
 //             nothing is under way; after some seconds of that all that waits fails.
-// Failures:   fill the engine's list for good, so after some of them the file is opened anew. After a failure
-// in
-//             company the new file joins no reads, so that one that is asked again fails for itself only.
+// Failures:   fill the engine's list for good, so after some of them the file is opened anew. After a
+//             failure in company the new file joins no reads, so that one that is asked again fails for
+//             itself only.
 // Threads:    any. No thread of its own: whoever waits here starts what can be started.
 // Locks:      one guard, never held across a call into the engine: completions take it, on threads that hold
 //             locks of the engine.
@@ -68,8 +67,8 @@ public:
 
     // Starts what there is room for.
     void start(Effort effort);
-    // Waits until the read has ended.
-    void await(const PendingRead& read);
+    // Waits until the read has ended. False when nothing at all has ended for so long; 0 waits for ever.
+    [[nodiscard]] bool await(const PendingRead& read, std::chrono::milliseconds stallLimit);
     // The next asynchronous read that has ended, in the order of their ends; null when there is none.
     [[nodiscard]] Read takeEnded();
     // Pieces of the window that have come in well since the last call.
@@ -107,7 +106,7 @@ private:
     void tendFiles(Lock& lock);
     [[nodiscard]] bool needsNewFile() const;
     void installFile(FsysFile* file, const MediaError& error);
-    void waitForChange(Lock& lock, std::uint64_t seen);
+    void waitForChange(Lock& lock, std::uint64_t seen, std::chrono::milliseconds longest);
 
     const std::shared_ptr<const ReadSource> source_;
     mutable std::mutex guard_;  // guards what follows

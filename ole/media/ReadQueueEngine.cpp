@@ -64,12 +64,14 @@ void ReadQueue::give(Lock& lock, const Piece& piece)
     ++file->underWay;
     started_.push_back(piece);
     ++starting_;
+    ++file->givers;
     lock.unlock();
     Qz::Ptr<iObject> context = piece;
     const unsigned result = file->file->DirectRead(static_cast<long>(piece->offset), piece->bytes,
                                                    piece->mayWait, &ReadQueue::completed, context);
     lock.lock();
     --starting_;
+    --file->givers;
     piece->starter = {};
     if (result != 1) {
         takeBack(piece);
@@ -78,7 +80,7 @@ void ReadQueue::give(Lock& lock, const Piece& piece)
         stuck_ = false;
         triedNewFile_ = false;
     }
-    if (closed_)
+    if (closed_ || file != current_)
         changed();
 }
 
@@ -148,7 +150,9 @@ bool ReadQueue::needsNewFile() const
 // Closes the files that are done with, and opens another one where that is wanted.
 void ReadQueue::tendFiles(Lock& lock)
 {
-    const auto isIdle = [](const std::shared_ptr<EngineFile>& file) { return file->underWay == 0; };
+    const auto isIdle = [](const std::shared_ptr<EngineFile>& file) {
+        return file->underWay == 0 && file->givers == 0;
+    };
     const bool opens = needsNewFile();
     const bool closes = std::any_of(retired_.begin(), retired_.end(), isIdle);
     if (closed_ || tending_ || (!opens && !closes))
@@ -193,30 +197,41 @@ void ReadQueue::installFile(FsysFile* file, const MediaError& error)
     stuck_ = false;
 }
 
-void ReadQueue::await(const PendingRead& read)
+bool ReadQueue::await(const PendingRead& read, milliseconds stallLimit)
 {
     Lock lock(guard_);
+    std::uint64_t ends = ends_;
+    Steady::time_point since = Steady::now();
     while (read.piecesLeft != 0) {
         const std::uint64_t seen = generation_;
         lock.unlock();
         start(Effort::all);
         lock.lock();
         if (read.piecesLeft != 0)
-            waitForChange(lock, seen);
+            waitForChange(lock, seen, stallLimit);
+        if (ends_ != ends) {
+            ends = ends_;
+            since = Steady::now();
+        } else if (stallLimit.count() != 0 && Steady::now() - since >= stallLimit) {
+            return read.piecesLeft == 0;
+        }
     }
+    return true;
 }
 
 void ReadQueue::waitForChange(std::uint64_t seen)
 {
     Lock lock(guard_);
-    waitForChange(lock, seen);
+    waitForChange(lock, seen, milliseconds(0));
 }
 
-void ReadQueue::waitForChange(Lock& lock, std::uint64_t seen)
+void ReadQueue::waitForChange(Lock& lock, std::uint64_t seen, milliseconds longest)
 {
     const auto changed = [this, seen] { return generation_ != seen; };
     if (refused_ && !(urgent_.empty() && ahead_.empty()))
-        changed_.wait_for(lock, started_.empty() ? retryWhenIdle : retryWhenBusy, changed);
+        longest = started_.empty() ? retryWhenIdle : retryWhenBusy;
+    if (longest.count() != 0)
+        changed_.wait_for(lock, longest, changed);
     else
         changed_.wait(lock, changed);
 }

@@ -4,10 +4,12 @@
 #include "fsys/FsysEntry.h"
 #include "fsys/FsysFile.h"
 #include "fsys/MaterialLink.h"
+#include "media/MediaWriter.h"
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -120,6 +122,7 @@ MediaError ReadSource::open()
     handle_ = openForLooking(target_);
     if (!handle_)
         return openingError(lastError());
+    isRecording_ = target_.endsWith(partialEnding);
     return handle_->getInfo(&atOpen_) ? MediaError() : error(MediaErrorCode::readFailed, lastError());
 }
 
@@ -140,6 +143,10 @@ MediaError ReadSource::look(FILE_INFO& info) const
     // Some file systems count no names at all.
     if (info.links == 0 && atOpen_.links != 0)
         return error(MediaErrorCode::fileVanished);
+    // The blocks of a recording reach the disk in any order.
+    std::uint64_t written = info.size;
+    if (isRecording_ && handle_->getWrittenSize(&written))
+        info.size = std::min(info.size, written);
     return {};
 }
 

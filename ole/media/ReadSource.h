@@ -45,6 +45,7 @@ private:
     const bool isClip_;
     Path target_;
     bool isLink_ = false;
+    bool isRecording_ = false;  // by its name: an unfinished one
     Qz::Ptr<iFile> handle_;
     FILE_INFO atOpen_;
 };

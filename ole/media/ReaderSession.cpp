@@ -75,11 +75,25 @@ MediaError MediaReader::Session::findRange(std::uint64_t offset, std::uint64_t& 
     FILE_INFO info;
     if (const MediaError error = source_->look(info))
         return error;
+    if (wasRewritten(info)) {
+        queue_->distrust();
+        dropWindow();
+    }
     fileBytes = info.size;
     if (offset >= fileBytes)
         return source_->error(MediaErrorCode::beyondEnd);
     bytes = std::min(bytes, fileBytes - offset);
     return {};
+}
+
+// The engine answers from what it has read before. A file that grows keeps that true; one that has changed
+// without growing does not.
+bool MediaReader::Session::wasRewritten(const FILE_INFO& info)
+{
+    const std::lock_guard<std::mutex> hold(guard_);
+    const bool rewritten = seen_ && info.modifiedNs != seen_->modifiedNs && info.size <= seen_->size;
+    seen_ = info;
+    return rewritten;
 }
 
 void MediaReader::Session::note(std::uint64_t offset, std::uint64_t bytes)

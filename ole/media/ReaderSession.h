@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -44,6 +45,7 @@ public:
     bool cancel(Ticket ticket);
     std::size_t cancelAll();
     void setReadAhead(std::uint64_t bytes);
+    void setStallLimit(unsigned limitMs) { stallLimitMs_ = limitMs; }
     [[nodiscard]] Counters counters() const;
 
 private:
@@ -53,6 +55,7 @@ private:
 
     // --- planning
     [[nodiscard]] MediaError findRange(std::uint64_t offset, std::uint64_t& bytes, std::uint64_t& fileBytes);
+    [[nodiscard]] bool wasRewritten(const FILE_INFO& info);
     void note(std::uint64_t offset, std::uint64_t bytes);
     void plan(const Read& read);  // REQUIRES: guard_ is held
     void fillWindow(std::uint64_t fileBytes);
@@ -90,5 +93,7 @@ private:
     Counters counters_;
     std::thread worker_;
     bool closing_ = false;
+    std::optional<FILE_INFO> seen_;  // at the last look for a read
     std::atomic<bool> workerEnds_{false};
+    std::atomic<unsigned> stallLimitMs_{60'000};
 };

@@ -96,12 +96,17 @@ MediaReader::Session::Read MediaReader::Session::ask(std::uint64_t offset, unsig
 MediaError MediaReader::Session::awaitAndJudge(const Read& read)
 {
     MediaError error;
-    queue_->await(*read);
-    if (judge(*read, error) == Judgement::again && queue_->askAlone(read)) {
-        queue_->await(*read);
-        judge(*read, error);
+    const std::chrono::milliseconds stallLimit(stallLimitMs_.load());
+    bool ended = queue_->await(*read, stallLimit);
+    if (ended && judge(*read, error) == Judgement::again && queue_->askAlone(read)) {
+        ended = queue_->await(*read, stallLimit);
+        if (ended)
+            judge(*read, error);
     }
-    return error;
+    if (ended)
+        return error;
+    queue_->abandon(read);
+    return source_->error(MediaErrorCode::givenUp);
 }
 
 // --- asynchronous reads

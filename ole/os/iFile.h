@@ -49,12 +49,13 @@ public:
     [[nodiscard]] virtual bool flush() = 0;
     // Cuts the file off or lengthens it by zero bytes.
     [[nodiscard]] virtual bool setSize(std::uint64_t bytes) = 0;
-    // Bytes from the start up to the first that nobody ever wrote, or the size when there is no such
-    // byte or the file system cannot tell. False leaves *bytes untouched.
+    // Bytes from the start up to the first that nobody ever wrote. The size when there is no such byte, or
+    // the file system keeps no account of them; one that stores written zeros as nothing counts them as not
+    // written. False leaves *bytes untouched.
     [[nodiscard]] virtual bool getWrittenSize(std::uint64_t* bytes) = 0;
     // Claims the file for this handle until it is closed or the process ends: true for the first handle
-    // that asks. Others read and write as before; only their claims fail. Across machines it holds where
-    // the file system carries such claims.
+    // that asks. Others read and write as before; only their claims fail, with EWOULDBLOCK. Across machines
+    // it holds where the file system carries such claims. REQUIRES: opened for writing.
     [[nodiscard]] virtual bool claim() = 0;
 
     // Bit 0 (os::capabilityAsync): the file can serve asynchronous transfers. This describes the file,

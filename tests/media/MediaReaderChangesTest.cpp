@@ -48,6 +48,46 @@ TEST_F(MediaReaderChanges, AFileThatGrowsIsReadFurther)
     }
 }
 
+TEST_F(MediaReaderChanges, AFileThatIsRewrittenInPlaceIsReadAnew)
+{
+    addPattern(L"/m/a.mov", 100'000);
+    MediaReader reader(L"/m/a.mov");
+    readOf(reader, 0, 100);
+    for (const char letter : {'x', 'y', 'z'}) {
+        os.clock().sleep(20);  // the file's times go on
+        write(L"/m/a.mov", 0, std::string(100'000, letter));
+        EXPECT_EQ(std::string(100, letter), readOf(reader, 0, 100).bytes);
+        EXPECT_EQ(std::string(600, letter), textOf(reader.readAsync(0, 600).get().data.bytes()));
+    }
+}
+
+TEST_F(MediaReaderChanges, AnUnfinishedRecordingEndsAtItsFirstGap)
+{
+    constexpr std::size_t block = std::size_t{1} << 20;
+    const std::string bytes = patternOf(3 * block);
+    os.files().addFile(L"/m/a.mov.partial", bytes.substr(0, block));
+    write(L"/m/a.mov.partial", 2 * block, bytes.substr(2 * block));
+    MediaReader reader(L"/m/a.mov.partial");
+    EXPECT_EQ(block, reader.size());
+    EXPECT_TRUE(bytes.substr(0, block) == readOf(reader, 0, 3 * block).bytes);
+    EXPECT_EQ(MediaErrorCode::beyondEnd, readOf(reader, block, 10).code);
+    write(L"/m/a.mov.partial", block, bytes.substr(block, block));
+    EXPECT_TRUE(bytes == readOf(reader, 0, 3 * block).bytes);
+}
+
+TEST_F(MediaReaderChanges, ASynchronousReadThatBringsNothingIsGivenUp)
+{
+    const std::string bytes = addPattern(L"/m/a.mov", 100'000);
+    MediaReader reader(L"/m/a.mov");
+    reader.setStallLimit(30);
+    hold();
+    EXPECT_EQ(MediaErrorCode::givenUp, readOf(reader, 4096, 4096).code);
+    os.transfers().setAutomatic(true);
+    os.transfers().completeAll();
+    reader.setStallLimit(0);
+    EXPECT_EQ(bytes.substr(4096, 4096), readOf(reader, 4096, 4096).bytes);
+}
+
 TEST_F(MediaReaderChanges, AFileThatShrankBetweenReadsEndsEarlier)
 {
     const std::string bytes = addPattern(L"/m/a.mov", 100'000);

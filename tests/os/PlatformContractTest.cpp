@@ -298,7 +298,7 @@ TEST_P(PlatformContract, AnOddSizeWithoutHolesIsWrittenWhole)
 TEST_P(PlatformContract, AFileIsClaimedByOneHandleUntilThatIsClosed)
 {
     ASSERT_TRUE(makeFile("f", "12345"));
-    const Qz::Ptr<iFile> first = platform().open("f", os::accessRead, os::creationOpen, os::modePlain);
+    const Qz::Ptr<iFile> first = platform().open("f", os::accessWrite, os::creationOpen, os::modePlain);
     const Qz::Ptr<iFile> second = platform().open("f", os::accessWrite, os::creationOpen, os::modePlain);
     EXPECT_TRUE(first->claim());
     EXPECT_TRUE(first->claim());
@@ -306,8 +306,17 @@ TEST_P(PlatformContract, AFileIsClaimedByOneHandleUntilThatIsClosed)
     EXPECT_FALSE(second->claim());
     EXPECT_EQ(lastError(), errorFromErrno(EWOULDBLOCK));
     EXPECT_TRUE(second->write(0, "x", 1, nullptr)) << "a claim forbids nothing but other claims";
+    platform().open("f", os::accessWrite, os::creationOpen, os::modePlain)->close();
+    EXPECT_FALSE(second->claim()) << "another handle's end gave the claim away";
     first->close();
     EXPECT_TRUE(second->claim());
+}
+
+TEST_P(PlatformContract, AHandleForReadingClaimsNothing)
+{
+    ASSERT_TRUE(makeFile("f", "12345"));
+    const Qz::Ptr<iFile> file = platform().open("f", os::accessRead, os::creationOpen, os::modePlain);
+    EXPECT_FALSE(file->claim());
 }
 
 TEST_P(PlatformContract, AClosedFileRefusesEverything)

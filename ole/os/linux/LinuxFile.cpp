@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -124,8 +123,10 @@ bool LinuxFile::getWrittenSize(std::uint64_t* bytes)
     if (!getInfo(&info))
         return false;
     // Every file ends in a hole, and one that is empty begins behind its end. File systems that know of no
-    // holes answer with the end or not at all.
+    // holes answer with the end or refuse the question.
     const off_t hole = info.size == 0 ? 0 : lseek(file->fd(), 0, SEEK_HOLE);
+    if (hole < 0 && errno != EINVAL && errno != EOPNOTSUPP && errno != ENXIO)
+        return failWith(errno);
     *bytes = hole < 0 ? info.size : std::min(info.size, static_cast<std::uint64_t>(hole));
     return true;
 }
@@ -135,7 +136,14 @@ bool LinuxFile::claim()
     const Qz::Ptr<SharedDescriptor> file = descriptor();
     if (!file)
         return failWith(EBADF);
-    return flock(file->fd(), LOCK_EX | LOCK_NB) == 0 || failWith(errno);
+    // One byte that no file reaches: some servers enforce such locks, and then nobody is to be kept from the
+    // contents. Of the handle and not of the process, so that two handles of one process compete.
+    struct flock range = {};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    range.l_start = std::numeric_limits<off_t>::max() - 1;
+    range.l_len = 1;
+    return fcntl(file->fd(), F_OFD_SETLK, &range) == 0 || failWith(errno == EACCES ? EWOULDBLOCK : errno);
 }
 
 bool LinuxFile::startTransfer(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,

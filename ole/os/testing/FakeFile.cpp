@@ -194,7 +194,7 @@ bool FakeFile::getWrittenSize(std::uint64_t* bytes)
 
 bool FakeFile::claim()
 {
-    return act(callOn(*file_, Op::claim), 0, [this](fake::Node& node) {
+    return act(callOn(*file_, Op::claim), os::accessWrite, [this](fake::Node& node) {
         if (node.claimedBy != 0 && node.claimedBy != file_->handle)
             return EWOULDBLOCK;
         node.claimedBy = file_->handle;
