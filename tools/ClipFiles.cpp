@@ -102,6 +102,24 @@ std::vector<TestedFile> proxyFilesOf(const ClipChannel& channel)
     return files;
 }
 
+std::vector<TestedFile> copiesOf(const TestedFile& file)
+{
+    iFileManager* const files = OS()->getFileManager();
+    std::vector<TestedFile> copies;
+    for (const DriveId& location : allLocations()) {
+        const MaterialFilename name(location, file.record.getMaterialFilename().getPath());
+        const LightweightString<wchar_t> path = name.getOsPath();
+        const std::uint64_t size = files->getFileSize(path);
+        // Scans pass over empty files.
+        if (location == file.location() || path == file.path || size == 0)
+            continue;
+        MediaFileInfo record(name, size);
+        record.status = eStatusOnline;
+        copies.push_back(testedFile(record));
+    }
+    return copies;
+}
+
 const char* statusText(unsigned status)
 {
     return status == eStatusOnline ? "online" : status == eStatusOffline ? "offline" : "unknown";

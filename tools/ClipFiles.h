@@ -49,6 +49,9 @@ struct TestedFile
 // None when the channel has no full-resolution file.
 [[nodiscard]] std::optional<TestedFile> highResFileOf(const ClipChannel& channel);
 [[nodiscard]] std::vector<TestedFile> proxyFilesOf(const ClipChannel& channel);
+// Files of the same name and folder on other locations. The cache knows one full-resolution file of a
+// cookie, the one that was found last; the others may be nobody's.
+[[nodiscard]] std::vector<TestedFile> copiesOf(const TestedFile& file);
 
 // "unknown", "offline", "online"
 [[nodiscard]] const char* statusText(unsigned status);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 
 namespace {
 
@@ -72,6 +73,19 @@ void tell(const Options& options, const Arguments& given, const ListedMedia& med
         complain("%s: %s", from.c_str(), copy.error.text.c_str());
 }
 
+// Of files with one name the first goes, unless the location has one already.
+void leaveOutWhatIsThere(std::vector<ListedMedia>& media, DriveId location)
+{
+    const auto nameOf = [](const ListedMedia& file) {
+        return utf8(file.file.getMaterialFilename().getPath());
+    };
+    std::set<std::string> taken;
+    for (const ListedMedia& file : media)
+        if (file.file.getMaterialFilename().getDrive() == location)
+            taken.insert(nameOf(file));
+    std::erase_if(media, [&](const ListedMedia& file) { return !taken.insert(nameOf(file)).second; });
+}
+
 int copyClip(const Options& options, const Arguments& given)
 {
     const Session session(options);
@@ -83,9 +97,7 @@ int copyClip(const Options& options, const Arguments& given)
         return exitNo;
     // Listed before anything is copied: the cache takes every copy for the clip's file from then on.
     std::vector<ListedMedia> media = mediaOf(everyChannelOf(*cookie));
-    std::erase_if(media, [&](const ListedMedia& file) {
-        return file.file.getMaterialFilename().getDrive() == *location;
-    });
+    leaveOutWhatIsThere(media, *location);
     if (media.empty() && !options.json)
         answer("All media of %s lie there already.\n", given.cookie.c_str());
     if (!DiskManager::prepareVolumeForMedia(*location)) {

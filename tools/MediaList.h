@@ -10,8 +10,8 @@ struct ListedMedia
 {
     Cookie cookie;  // the channel that the file is filed under
     MediaFileInfo file;
-    bool isProxy = false;
+    bool isProxy = false;  // by its name
 };
 
-// Channel by channel the full-resolution file, then the proxies; each file once.
+// Channel by channel the full-resolution files of all locations, then the proxies; each file once.
 [[nodiscard]] std::vector<ListedMedia> mediaOf(const Clip& clip);

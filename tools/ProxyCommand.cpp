@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "HashBook.h"
 #include "Help.h"
 #include "Importer.h"
 #include "Locations.h"
@@ -60,6 +61,8 @@ int addProxy(const Options& options, const Arguments& given)
     const std::optional<Imported> imported = importMedia(request);
     if (!imported)
         return exitFailed;
+    if (!imported->hash.empty())
+        HashBook(projectSpaceOf(options)).add(imported->file, imported->bytes, imported->hash);
     if (options.json)
         answerJson({{"cookie", cookie->asString(true).str()},
                     {"file", utf8(imported->file)},
@@ -114,6 +117,9 @@ int renameProxy(const Options& options, const Arguments& given)
         return errnoFromError(error) == EEXIST ? exitNo : exitFailed;
     }
     SystemCache::renameProxyFile(*cookie, proxy->path, renamed);
+    HashBook book(projectSpaceOf(options));
+    if (const HashBook::Entry* const kept = book.find(proxy->path))
+        book.add(renamed, kept->bytes, std::string(kept->hash));
     const bool complete = moveCompanions(proxy->path, renamed);
     if (options.json)
         answerJson({{"cookie", cookie->asString(true).str()},

@@ -40,8 +40,8 @@ std::optional<DriveId> chooseLocation(const Arguments& given, const RecordingPla
         return knownLocation(given.location);
     DriveId best('0');
     if (!given.task.empty())
-        best = DiskManager::getDriveForTask(given.task.c_str(), true);
-    else
+        best = DiskManager::getDriveForTask(given.task.c_str(), false);
+    if (!best.valid())
         best = DiskManager::findBestDrive(bytesWanted(plan) / (1 << 20), DiskManager::MostSpace);
     if (best.valid())
         return best;
@@ -175,10 +175,13 @@ void addRecordCommand(CLI::App& app, const Options& options, Action& action)
         "record", "Records paced streams, each a new clip, as an application does, and tells how that went");
     command->add_option("--location", given->location, "id or path; auto: the one with the most room")
         ->required();
-    command->add_option("--task", given->task, "with --location auto: the location chosen for this task");
-    CLI::Option* const rate =
-        command->add_option("--rate", given->megabytesPerSecond, "MB (10^6 bytes) per second and stream")
-            ->check(numberWithin(0.001, 100000));
+    command->add_option(
+        "--task", given->task,
+        "with --location auto: the location chosen for this task (fsys drive task), if there is one");
+    CLI::Option* const rate = command
+                                  ->add_option("--rate", given->megabytesPerSecond,
+                                               "MB (10^6 bytes) per second and stream, in 25 writes")
+                                  ->check(numberWithin(0.001, 100000));
     CLI::Option* const fps =
         command->add_option("--fps", given->framesPerSecond, "frames per second, each one write")
             ->excludes(rate)
@@ -218,6 +221,8 @@ void addRecordCommand(CLI::App& app, const Options& options, Action& action)
     command->callback([&options, &action, given, rate, fps] {
         if (rate->count() + fps->count() == 0)
             throw CLI::RequiredError("--rate, or --fps and --frame-bytes");
+        if (!given->task.empty() && given->location != "auto")
+            throw CLI::ValidationError("--task", "goes with --location auto");
         action = [&options, given] { return recordStreams(options, *given); };
     });
 }

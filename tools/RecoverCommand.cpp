@@ -39,7 +39,10 @@ std::vector<UnfinishedRecording> choose(const std::vector<UnfinishedRecording>& 
     for (const std::string& file : files) {
         const std::string path = std::filesystem::absolute(file).lexically_normal().string();
         const auto match = std::find_if(found.begin(), found.end(), [&](const auto& recording) {
-            return utf8(recording.path) == path || utf8(recording.finalPath) == path;
+            for (const std::string& name : {utf8(recording.path), utf8(recording.finalPath)})
+                if (name == path || std::filesystem::path(name).filename() == file)
+                    return true;
+            return false;
         });
         if (match != found.end()) {
             chosen.push_back(*match);
@@ -107,7 +110,8 @@ int recover(const Options& options, const Arguments& given)
     if (!given.files.empty())
         recordings = choose(recordings, given.files, status);
     for (const UnfinishedRecording& recording : recordings) {
-        const Outcome outcome = treat(recording, given);
+        const bool leftAlone = given.all && recording.inUse;
+        const Outcome outcome = leftAlone ? Outcome{} : treat(recording, given);
         tell(options, recording, outcome);
         if (outcome.error)
             status = exitFailed;
@@ -124,7 +128,7 @@ void addRecoverCommand(CLI::App& app, const Options& options, Action& action)
     const auto given = std::make_shared<Arguments>();
     CLI::App* const command =
         app.add_subcommand("recover", "Unfinished recordings: lists them, finishes them, removes them");
-    command->add_option("FILE", given->files, "recordings to treat, by the unfinished or the final name");
+    command->add_option("FILE", given->files, "recordings to treat: path or name, with or without .partial");
     command->add_option("--location", given->location, "id or path (default: all locations)");
     CLI::Option* const finish = command->add_flag(
         "--finish", given->finish, "keep what reached the disk, under the final name, as a clip");
@@ -134,7 +138,8 @@ void addRecoverCommand(CLI::App& app, const Options& options, Action& action)
     finish->excludes(remove);
     addHelp(
         *command,
-        {.notes = "A recording that somebody still makes is left alone. Nothing is replaced.",
+        {.notes = "A recording that somebody still makes is left alone; to name it is an error. Nothing is "
+                  "replaced.",
          .keys =
              "location, file, final_file, cookie (null when the name is no clip's), bytes (of the file), "
              "good_bytes (from the start up to the first byte that never reached the disk: what --finish "

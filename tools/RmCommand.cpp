@@ -5,6 +5,7 @@
 #include "fsys/SystemCache.h"
 
 #include <memory>
+#include <set>
 
 namespace {
 
@@ -30,15 +31,39 @@ struct Choice
     std::vector<TestedFile> staying;
 };
 
-Choice choose(const Cookie& cookie, unsigned mask)
+// A file's name tells its kind. The cache files a second full-resolution file of the cookie, as on another
+// location, among the proxies, or nowhere.
+Choice choose(const ClipChannel& channel, unsigned mask)
 {
-    const ClipChannel channel{cookie, SystemCache::findEntryForCookie(cookie)};
     Choice choice;
-    if (const std::optional<TestedFile> high = highResFileOf(channel))
-        ((mask & eHighRes) != 0 ? choice.leaving : choice.staying).push_back(*high);
+    std::set<std::string> seen;
+    const auto add = [&](const TestedFile& file) {
+        const unsigned kind = file.record.isProxy() ? eProxy : eHighRes;
+        if (seen.insert(utf8(file.path)).second)
+            ((mask & kind) != 0 ? choice.leaving : choice.staying).push_back(file);
+    };
+    if (const std::optional<TestedFile> high = highResFileOf(channel)) {
+        add(*high);
+        for (const TestedFile& copy : copiesOf(*high))
+            add(copy);
+    }
     for (const TestedFile& proxy : proxyFilesOf(channel))
-        ((mask & eProxy) != 0 ? choice.leaving : choice.staying).push_back(proxy);
+        add(proxy);
     return choice;
+}
+
+// One by one: the cache would take every file of its list of proxies along.
+void removeFiles(const ClipChannel& channel, const Choice& choice)
+{
+    const LightweightString<wchar_t> high = channel.entry->getHighResFile().getLinkFileName();
+    for (const TestedFile& file : choice.leaving) {
+        if (file.path == high) {
+            SystemCache::removeFile(channel.cookie, true, eHighRes);
+            continue;
+        }
+        channel.entry->deleteFile(file.record.getMaterialFilename());
+        SystemCache::removeProxyFile(channel.cookie, file.record);
+    }
 }
 
 int removeMedia(const Options& options, const Arguments& given)
@@ -55,7 +80,8 @@ int removeMedia(const Options& options, const Arguments& given)
     const std::optional<Cookie> cookie = knownCookie(given.cookie);
     if (!cookie)
         return exitNo;
-    const Choice choice = choose(*cookie, mask);
+    const ClipChannel channel{*cookie, SystemCache::findEntryForCookie(*cookie)};
+    const Choice choice = choose(channel, mask);
     if (choice.leaving.empty()) {
         complain("%s has no %s", given.cookie.c_str(), mask == eProxy ? "proxies" : "full-resolution file");
         return exitNo;
@@ -69,7 +95,7 @@ int removeMedia(const Options& options, const Arguments& given)
     const std::vector<RemovalItem> plan = planRemoval(choice.leaving);
     if (given.dryRun)
         return answerPlan(options.json, *cookie, plan);
-    SystemCache::removeFile(*cookie, true, mask);
+    removeFiles(channel, choice);
     return answerRemoval(options.json, *cookie, checkRemoval(plan));
 }
 
@@ -89,8 +115,9 @@ void addRmCommand(CLI::App& app, const Options& options, Action& action)
                  "One of --high, --proxies and --all has to be given. Only files of the one cookie go; other "
                  "channels of the clip stay. With a file go its companions (files named after it with "
                  "\".\" and more) and, for a link, the target when it lies below the link's own folder; "
-                 "targets elsewhere stay. A second full-resolution file of the cookie, as on another "
-                 "location, counts as a proxy. A proxy with audio belongs to the sound cookies that it "
+                 "targets elsewhere stay. Copies of the full-resolution file on other locations go with it; "
+                 "a file is a proxy when its name is one's. A proxy with audio belongs to the sound cookies "
+                 "that it "
                  "serves, too.",
              .keys = "cookie, dry_run, removed (file, kind: media, companion, target), failed (file, reason)",
              .no = "no such clip, nothing of that kind, or a file that is also one that is to stay",

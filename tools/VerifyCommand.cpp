@@ -103,20 +103,25 @@ int verifyMedia(const Options& options, const Arguments& given)
     {
         Progress progress("verify", totalBytes(*media), Progress::Unit::bytes);
         for (const ListedMedia& file : *media) {
-            const Verdict verdict = judge(file, book, progress);
+            Verdict verdict = judge(file, book, progress);
+            const bool unknown = std::string(verdict.status) == "unknown";
+            if (given.adopt && unknown) {
+                if (book.add(file.file.getLinkFileName(), verdict.read.bytes, verdict.read.xxh128))
+                    verdict.status = "adopted";
+                else
+                    status = exitFailed;
+            }
             ++counts[verdict.status];
             progress.clear();
             tell(options, file, verdict);
             if (verdict.read.error || std::string(verdict.status) == "differs")
                 status = std::max(status, exitNo);
-            const bool adopted = given.adopt && std::string(verdict.status) == "unknown";
-            if (adopted && !book.add(file.file.getLinkFileName(), verdict.read.bytes, verdict.read.xxh128))
-                status = exitFailed;
         }
     }
     if (!options.json)
-        answer("%zu files: %u ok, %u differ, %u unreadable, %u without a kept hash\n", media->size(),
-               counts["ok"], counts["differs"], counts["unreadable"], counts["unknown"]);
+        answer("files: %zu, ok: %u, differing: %u, unreadable: %u, adopted: %u, without a kept hash: %u\n",
+               media->size(), counts["ok"], counts["differs"], counts["unreadable"], counts["adopted"],
+               counts["unknown"]);
     return status;
 }
 
@@ -134,12 +139,14 @@ void addVerifyCommand(CLI::App& app, const Options& options, Action& action)
         *command,
         {.notes =
              "Hashes are kept when media is recorded, copied or imported as a copy, in MediaHashes.jsonl of "
-             "the project space.",
+             "the project space. Copies of a clip on other locations are read too. What is not there at all "
+             "is "
+             "not noticed: fsys status tells which clips are offline.",
          .keys =
              "cookie, kind (high, proxy), file, bytes, xxh128 (as read: 32 hexadecimal digits), kept (null "
              "for "
-             "none), status (ok, differs, unreadable, unknown: no hash is kept), error (null for none); one "
-             "object per file",
+             "none), status (ok, differs, unreadable, unknown: no hash is kept, adopted: the one read now is "
+             "kept from here on), error (null for none); one object per file",
          .done = "nothing differs",
          .no = "a file differs or cannot be read, or there is no such clip",
          .failed = "a hash could not be kept",

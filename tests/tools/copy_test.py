@@ -46,12 +46,27 @@ class Copy(CommandCase):
         self.add_location("second")
         name = os.path.basename(clip["file"])
         self.write(f"second/Material/{name}", b"precious")
-        line = self.json("copy", clip["cookie"], "--location", "2", expect=FAILED)
+        self.assertEqual(self.json_lines("copy", clip["cookie"], "--location", "2"), [])
+        # Empty files are nobody's media, and are not replaced either.
+        self.add_location("third")
+        self.write(f"third/Material/{name}", b"")
+        line = self.json("copy", clip["cookie"], "--location", "3", expect=FAILED)
         self.assertIsNone(line["file"])
         self.assertIsNotNone(line["error"])
         with open(self.path("second", "Material", name), "rb") as file:
             self.assertEqual(file.read(), b"precious")
-        self.assertEqual([n for n in self.files_in("second") if n.startswith("V")], [name])
+        self.assertEqual(os.path.getsize(self.path("third", "Material", name)), 0)
+        self.assertEqual([n for n in self.files_in("third") if n.startswith("V")], [name])
+
+    def test_copies_again_and_back(self):
+        clip = self.import_clip()
+        self.import_file(self.media_file("media/proxy.mov", 5000, seed=2), "1", "--proxy-of", clip["cookie"],
+                         "--height", "540")
+        self.add_location("second")
+        self.add_location("third")
+        self.assertEqual(len(self.json_lines("copy", clip["cookie"], "--location", "2")), 2)
+        self.assertEqual(len(self.json_lines("copy", clip["cookie"], "--location", "3")), 2)
+        self.assertEqual(self.json_lines("copy", clip["cookie"], "--location", "1"), [])
 
     def test_what_lies_there_already_is_left_alone(self):
         clip = self.import_clip()

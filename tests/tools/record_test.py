@@ -101,6 +101,12 @@ class Record(RecordCase):
         self.assertEqual(answer["location"], "2")
         self.assertTrue(answer["streams"][0]["file"].startswith(self.path("second") + "/"))
 
+    def test_a_task_without_a_location_is_no_hindrance(self):
+        self.add_location()
+        answer = self.record("--location", "auto", "--task", "Nothing chosen", "--rate", "1")
+        self.assertEqual(answer["location"], "1")
+        self.refused("record", "--location", "1", "--task", "Capture", "--rate", "1", "--seconds", "1", expect=USAGE)
+
     def test_refuses_more_than_any_location_has_room_for(self):
         self.add_location()
         self.refused("record", "--location", "auto", "--rate", "100000", "--seconds", "1000000", expect=NO,

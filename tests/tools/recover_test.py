@@ -38,7 +38,8 @@ class Recover(RecordCase):
 
     def test_removes_by_name(self):
         found = self.killed_recording()
-        self.assertEqual(self.json("recover", "--remove", found["file"])["action"], "removed")
+        name = os.path.basename(found["final_file"])
+        self.assertEqual(self.json("recover", "--remove", name)["action"], "removed")
         self.assertEqual(self.partial_files(), [])
         self.assertEqual(self.json_lines("recover"), [])
         self.assertIn("no unfinished recordings", self.run_command("recover").text)
@@ -58,8 +59,11 @@ class Recover(RecordCase):
         found = self.json("recover")
         self.assertIs(found["in_use"], True)
         for action in ("--finish", "--remove"):
-            answer = self.json("recover", action, "--all", expect=FAILED)
+            answer = self.json("recover", action, "--all")
+            self.assertEqual((answer["action"], answer["in_use"], answer["error"]), ("found", True, None))
+            answer = self.json("recover", action, found["file"], expect=FAILED)
             self.assertEqual((answer["action"], answer["in_use"]), ("found", True))
+            self.assertIsNotNone(answer["error"])
         self.assertEqual(self.partial_files(), [found["file"]])
 
     def test_looks_only_where_it_is_told_to(self):

@@ -110,11 +110,29 @@ class Rm(CommandCase):
     def test_a_file_that_is_also_one_that_stays_is_kept(self):
         clip = self.import_clip()
         self.add_location("other")
-        os.link(clip["file"], self.path("other/Material", os.path.basename(clip["file"])))
+        name = os.path.basename(clip["file"]).replace(".mov", ".A0.proxy.540.mov")
+        os.link(clip["file"], self.path("other/Material", name))
         self.refused("rm", clip["cookie"], "--proxies", expect=NO, message="same file")
         self.assertEqual(len(os.listdir(self.path("other/Material"))), 2)
         self.run_command("rm", clip["cookie"], "--all")
         self.assertFalse(os.path.exists(clip["file"]))
+
+    def test_copies_on_other_locations_are_full_resolution_files_and_go_with_it(self):
+        for proxies in ((), ("540",)):
+            clip = self.import_file(self.media_file(f"media/{len(proxies)}.mov"), self.add_location(f"a{len(proxies)}"))
+            for height in proxies:
+                self.import_file(self.media_file("media/p.mov", 3000), "1", "--proxy-of", clip["cookie"], "--height",
+                                 height)
+            place = self.add_location(f"b{len(proxies)}")
+            copy = self.json_lines("copy", clip["cookie"], "--location", place)[0]["file"]
+            if not proxies:
+                self.refused("rm", clip["cookie"], "--proxies", expect=NO, message="no proxies")
+            else:
+                self.run_command("rm", clip["cookie"], "--proxies")
+            self.assertTrue(os.path.exists(clip["file"]) and os.path.exists(copy))
+            answer = self.json("rm", clip["cookie"], "--high")
+            self.assertEqual({item["file"] for item in answer["removed"]}, {clip["file"], copy})
+            self.assertFalse(os.path.exists(clip["file"]) or os.path.exists(copy))
 
     def test_what_cannot_be_removed_is_told_with_its_reason(self):
         cookie, file, proxies = self.clip_with_proxies()

@@ -47,7 +47,7 @@ class Verify(CommandCase):
         media = self.media_file()
         clip = self.import_file(media, "1", "--link")
         self.assertEqual(self.statuses(clip["cookie"]), ["unknown"])
-        self.assertEqual(self.statuses(clip["cookie"], "--adopt"), ["unknown"])
+        self.assertEqual(self.statuses(clip["cookie"], "--adopt"), ["adopted"])
         self.assertEqual(self.statuses(clip["cookie"]), ["ok"])
         self.change_a_byte(media)
         self.assertEqual(self.statuses(clip["cookie"], expect=NO), ["differs"])
@@ -68,6 +68,27 @@ class Verify(CommandCase):
         other = self.import_file(self.media_file("media/other.mov", 7000, seed=3))
         self.assertEqual(self.statuses(clip["cookie"], other["cookie"]), ["ok", "ok"])
 
+    def test_a_damaged_copy_on_another_location_is_seen(self):
+        clip = self.import_clip()
+        self.import_file(self.media_file("media/proxy.mov", 5000, seed=2), "1", "--proxy-of", clip["cookie"],
+                         "--height", "540")
+        self.add_location("second")
+        self.json_lines("copy", clip["cookie"], "--location", "2")
+        self.change_a_byte(clip["file"])
+        lines = self.json_lines("verify", clip["cookie"], expect=NO)
+        self.assertEqual({line["file"] for line in lines if line["status"] == "differs"}, {clip["file"]})
+        self.assertEqual(len(lines), 4)
+
+    def test_a_renamed_proxy_keeps_its_hash(self):
+        clip = self.import_clip()
+        for height, seed in (("100", 2), ("200", 3)):
+            proxy = self.json("proxy", "add", clip["cookie"], self.media_file(f"media/p{height}.mov", 5000, seed=seed),
+                              "--height", height)
+        name = os.path.basename(proxy["file"])
+        self.json("proxy", "rename", clip["cookie"], name.replace("200", "100"), name.replace("200", "300"))
+        self.json("proxy", "rename", clip["cookie"], name, name.replace("200", "100"))
+        self.assertEqual(self.statuses(clip["cookie"]), ["ok"] * 3)
+
     def test_only_the_named_clips_are_read(self):
         clip = self.import_clip()
         self.import_file(self.media_file("media/other.mov", 7000, seed=3))
@@ -77,7 +98,7 @@ class Verify(CommandCase):
         clip = self.import_clip()
         result = self.run_command("verify", "--all")
         self.assertIn(clip["file"], result.text)
-        self.assertIn("1 files: 1 ok, 0 differ, 0 unreadable, 0 without a kept hash", result.text)
+        self.assertIn("files: 1, ok: 1, differing: 0, unreadable: 0, adopted: 0, without a kept hash: 0", result.text)
 
     def test_a_terminal_shows_how_far_it_is(self):
         self.import_clip(size=3_000_000)
