@@ -1,0 +1,175 @@
+// Reads through the engine. Each file's reads are asked for by whatever thread its completions run on, one
+// thread at a time, so that they stay in order.
+//
+// A refusal means "again after the next completion". Where nothing is under way that could complete, the
+// main thread asks again after a moment, which the report counts as a stall.
+
+#include "Claims.h"
+#include "Engine.h"
+#include "Peers.h"
+#include "TestFile.h"
+#include "os/BackendChoice.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+constexpr auto stallPause = std::chrono::milliseconds(1);
+
+class FileReader;
+
+// What the completions of one file are given. The reader outlives them.
+struct Context : public iObject
+{
+    explicit Context(FileReader& owner) : reader(owner) {}
+    FileReader& reader;
+};
+
+class FileReader
+{
+public:
+    FileReader(const std::string& path, const Work& work)
+        : work_(work),
+          claims_(work, sizeOf(path)),
+          file_(openWithEngine(path, fsysOpenRead, work)),
+          context_(new Context(*this))
+    {}
+    ~FileReader() { FsysClose(file_, nullptr); }
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+
+    void begin()
+    {
+        claims_.begin();
+        ask();
+    }
+    // Until every position was read.
+    void wait()
+    {
+        std::unique_lock<std::mutex> hold(guard_);
+        for (;;) {
+            changed_.wait(hold, [this] { return finished_ || stalled_; });
+            if (finished_)
+                return;
+            stalled_ = false;
+            ++stalls_;
+            hold.unlock();
+            std::this_thread::sleep_for(stallPause);
+            ask();
+            hold.lock();
+        }
+    }
+    void addTo(Json& report) const
+    {
+        if (failed_ != 0 || !claims_.allCame())
+            throw std::runtime_error("a read failed or brought other bytes");
+        report["refused_full"] = report.value("refused_full", 0U) + refusedFull_;
+        report["refused_deferred"] = report.value("refused_deferred", 0U) + refusedDeferred_;
+        report["stalls"] = report.value("stalls", 0U) + stalls_;
+    }
+    [[nodiscard]] std::uint64_t ended() const { return ended_; }
+
+private:
+    static void onData(Qz::Ptr<iObject>& context, Qz::Ptr<iMemHolder>& data, RequestStatus status)
+    {
+        FileReader& reader = static_cast<Context&>(*context).reader;
+        if (status == eRequestSuccess)
+            reader.claims_.arrived(data->getBuffer());
+        else
+            ++reader.failed_;
+        ++reader.ended_;
+        --reader.underWay_;
+        reader.ask();
+    }
+
+    // Fills up to the depth. A completion that comes while another thread asks leaves it to that thread.
+    void ask()
+    {
+        std::uint64_t seen = 0;
+        bool idle = false;
+        bool over = false;
+        do {
+            if (asking_.exchange(true))
+                return;
+            seen = ended_;
+            while (underWay_ < work_.depth && askForOne()) {
+            }
+            idle = underWay_ == 0;
+            over = exhausted_;
+            asking_ = false;
+        } while (ended_ != seen);
+        if (idle)
+            tellMain(over ? finished_ : stalled_);
+    }
+    bool askForOne()
+    {
+        if (!waiting_ && !(waiting_ = claims_.next())) {
+            exhausted_ = true;
+            return false;
+        }
+        ++underWay_;
+        Qz::Ptr<iObject> context = context_;
+        const unsigned result =
+            file_->DirectRead(static_cast<long>(*waiting_), work_.block, work_.coalescable, &onData, context);
+        if (result == 1) {
+            waiting_.reset();
+            return true;
+        }
+        --underWay_;
+        ++(result == 0 ? refusedFull_ : refusedDeferred_);
+        return false;
+    }
+    void tellMain(bool& what)
+    {
+        const std::lock_guard<std::mutex> hold(guard_);
+        what = true;
+        changed_.notify_all();
+    }
+
+    const Work& work_;
+    Claims claims_;
+    FsysFile* const file_;
+    const Qz::Ptr<iObject> context_;
+    std::atomic<bool> asking_{false};
+    std::optional<std::uint64_t> waiting_;  // claimed and refused; like all below for the asking thread
+    bool exhausted_ = false;
+    unsigned refusedFull_ = 0;
+    unsigned refusedDeferred_ = 0;
+    std::atomic<unsigned> underWay_{0};
+    std::atomic<std::uint64_t> ended_{0};
+    std::atomic<unsigned> failed_{0};
+    unsigned stalls_ = 0;
+    std::mutex guard_;
+    std::condition_variable changed_;
+    bool finished_ = false;
+    bool stalled_ = false;
+};
+
+}  // namespace
+
+Json peers::readFsys(const Work& work)
+{
+    const Engine engine(work);
+    std::vector<std::unique_ptr<FileReader>> readers;
+    for (const std::string& path : work.paths)
+        readers.push_back(std::make_unique<FileReader>(path, work));
+    Meter meter;
+    meter.start();
+    for (const auto& reader : readers)
+        reader->begin();
+    for (const auto& reader : readers)
+        reader->wait();
+    meter.stop();
+    std::uint64_t done = 0;
+    for (const auto& reader : readers)
+        done += reader->ended();
+    Json report = meter.report(done, done * work.block);
+    for (const auto& reader : readers)
+        reader->addTo(report);
+    report["backend"] = os::backendChoiceText();
+    return report;
+}
