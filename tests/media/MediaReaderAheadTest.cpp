@@ -278,16 +278,19 @@ TEST_F(MediaReaderCounters, EachReadThatGaveDataWasThereOrWaited)
     addPattern(L"/m/a.mov", 100'000);
     MediaReader reader(L"/m/a.mov");
     readOf(reader, 0, 5000);            // waits
-    readOf(reader, 1000, 1000);         // the engine has it
-    reader.readAsync(100, 100).get();   // the same
     reader.readAsync(50'000, 1).get();  // waits
-    readOf(reader, 100'000, 10);        // behind the end
-    readOf(reader, 0, 0);               // nothing
+    EXPECT_EQ(2U, reader.counters().waits);
+    // The engine answers from a read only once it has put it away, which is after its data was delivered.
+    unsigned again = 0;
+    for (; reader.counters().cacheAnswers < 2 && again < 100'000; ++again)
+        again % 2 == 0 ? (void)readOf(reader, 1000, 1000) : (void)reader.readAsync(1000, 1000).get();
+    readOf(reader, 100'000, 10);  // behind the end
+    readOf(reader, 0, 0);         // nothing
     const auto counters = reader.counters();
-    EXPECT_EQ(6U, counters.requests);
-    EXPECT_EQ(5000U + 1000 + 100 + 1, counters.bytes);
-    EXPECT_EQ(2U, counters.waits);
+    EXPECT_EQ(4U + again, counters.requests);
+    EXPECT_EQ(5000U + 1 + 1000 * std::uint64_t{again}, counters.bytes);
     EXPECT_EQ(2U, counters.cacheAnswers);
+    EXPECT_EQ(again, counters.waits);
 }
 
 TEST_F(MediaReaderCounters, TheWorstWaitIsTheLongestUntilTheDataIsThere)
