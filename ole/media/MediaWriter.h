@@ -21,11 +21,17 @@ struct MediaWriterOptions
     std::uint64_t bytesInFlight = std::uint64_t{8} << 20;
     // XXH3-128 of what is written, on the way.
     bool hash = false;
-    // onSpaceLow is called when the disk has less free space than this, in bytes: once each time it falls
-    // below. On the thread that calls write or the constructor.
+    // onSpaceLow is called when the disk will have less free space than this, in bytes: once each time it
+    // falls below. freeBytes is what will be free once the disk has taken all that was written, with the
+    // write that is about to be: 0 when that does not fit. On the thread that calls the constructor or
+    // write, before the bytes are taken. It may finish or abandon the recording, which refuses the write,
+    // and must not destroy the writer.
     std::uint64_t lowSpaceBytes = std::uint64_t{1} << 30;
     std::function<void(std::uint64_t freeBytes)> onSpaceLow = {};
-    // A disk that takes nothing for so long makes the recording fail with givenUp; 0 waits for ever.
+    // A disk that takes nothing for so long makes the recording fail with givenUp; 0 waits for ever. This
+    // bounds the waits for blocks that are under way. It does not bound what is done here and now, and
+    // which a stuck disk may hold for as long as it likes: writing the rest of the last block at flush and
+    // finish, and blocks that the engine does not take; flushing the device; cutting and naming the file.
     unsigned stallLimitMs = 60'000;
 };
 
@@ -36,11 +42,12 @@ struct MediaRecording
     // a loss of power.
     bool complete = false;
     // The file: under its final name when complete or cut off by a full disk, else the unfinished one. Empty
-    // when there was nothing to keep.
+    // when there was nothing to keep, or somebody removed it (fileVanished).
     LightweightString<wchar_t> path;
     bool hasFinalName = false;
-    // Whole writes that the file holds. An unfinished file may have more behind them, when the disk neither
-    // took nor refused them in time.
+    // Bytes of the whole writes that the file holds. An unfinished file may have more behind them, when the
+    // disk neither took nor refused them in time, or it is full and could not be cut. Of one that somebody
+    // else cut off: what is left of them. After flushFailed nobody knows which of them are on the device.
     std::uint64_t bytes = 0;
     std::string hash;  // 32 hexadecimal digits; empty unless asked for and complete
     // True when readers will take the file for a link, as they do with every file of 512 bytes that does
@@ -105,6 +112,7 @@ public:
     [[nodiscard]] const LightweightString<wchar_t>& partialPath() const;
 
     // Appends data. True: all of it will be in the file, unless the disk fails. False: none of it will be.
+    // Throws nothing: a lack of memory is a failure (noMemory) like any other.
     bool write(std::span<const std::byte> data);
     // Waits until all that was written is on the device. The recording can go on. False after a failure.
     bool flush();

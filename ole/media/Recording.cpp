@@ -1,8 +1,12 @@
 #include "media/Recording.h"
 
 #include "os/Clock.h"
+#include "os/LastError.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
 
 namespace {
 
@@ -23,7 +27,7 @@ MediaWriter::Recording::Recording(const LightweightString<wchar_t>& path, const 
       clip_(clip),
       blocksMax_(blocksFor(options.bytesInFlight)),
       memory_(std::make_shared<BlockMemory>()),
-      queue_(options.stallLimitMs),
+      queue_(blocksMax_, options.stallLimitMs),
       space_(path, options.lowSpaceBytes, options.onSpaceLow)
 {
     if (options.hash)
@@ -41,7 +45,7 @@ void MediaWriter::Recording::begin()
         return;
     }
     begun_ = true;
-    space_.look();
+    space_.look(0);
 }
 
 MediaError MediaWriter::Recording::error() const
@@ -58,17 +62,32 @@ MediaWriter::Counters MediaWriter::Recording::counters() const
 
 void MediaWriter::Recording::fail(MediaErrorCode code, unsigned platformCode)
 {
-    fail(recordingError(code, platformCode, file_.path()));
+    try {
+        fail(recordingError(code, platformCode, file_.path()));
+    } catch (const std::bad_alloc&) {
+        fail(MediaError{code, platformCode, {}});
+    }
 }
 
-void MediaWriter::Recording::fail(const MediaError& error)
+void MediaWriter::Recording::fail(MediaError error)
 {
     const std::lock_guard<std::mutex> hold(guard_);
     if (!error_)
-        error_ = error;
+        error_ = std::move(error);
 }
 
-bool MediaWriter::Recording::hasFailed() const { return static_cast<bool>(error()); }
+void MediaWriter::Recording::failToWrite(unsigned platformCode)
+{
+    const bool noMemory = errnoFromError(platformCode) == ENOMEM;
+    fail(noMemory ? MediaErrorCode::noMemory : diskFullOr(MediaErrorCode::writeFailed, platformCode),
+         platformCode);
+}
+
+bool MediaWriter::Recording::hasFailed() const
+{
+    const std::lock_guard<std::mutex> hold(guard_);
+    return static_cast<bool>(error_);
+}
 
 bool MediaWriter::Recording::isWritable()
 {
@@ -85,11 +104,19 @@ bool MediaWriter::Recording::write(std::span<const std::byte> data)
 {
     const double startedMs = now();
     bool waited = false;
-    if (!isWritable() || !takeIn(data, &waited))
+    try {
+        if (!isWritable())
+            return false;
+        space_.willWrite(data.size(), bytesUnderWay());
+        // Who was told of low space may have ended the recording.
+        if (!isWritable() || !takeIn(data, &waited))
+            return false;
+    } catch (const std::bad_alloc&) {
+        fail(MediaErrorCode::noMemory, 0);
         return false;
+    }
     endWrite(data.size());
     noteCounters(waited, startedMs);
-    space_.wrote(data.size());
     return true;
 }
 
@@ -142,11 +169,9 @@ bool MediaWriter::Recording::waitUntilAtMost(std::size_t blocks, bool* waited)
     switch (queue_.waitUntilAtMost(blocks, waited)) {
     case WriteQueue::Wait::done:
         return true;
-    case WriteQueue::Wait::failed: {
-        const unsigned code = queue_.failureCode();
-        fail(diskFullOr(MediaErrorCode::writeFailed, code), code);
+    case WriteQueue::Wait::failed:
+        failToWrite(queue_.failureCode());
         return false;
-    }
     case WriteQueue::Wait::stalled:
         break;
     }
@@ -163,7 +188,7 @@ bool MediaWriter::Recording::writeRest()
     const unsigned result = file_.writeNow(current_->position(), current_->getBuffer(), current_->getUsed());
     if (result == 1)
         return true;
-    fail(diskFullOr(MediaErrorCode::writeFailed, result), result);
+    failToWrite(result);
     return false;
 }
 
@@ -173,6 +198,11 @@ bool MediaWriter::Recording::flush()
 }
 
 // --- counters
+
+std::uint64_t MediaWriter::Recording::bytesUnderWay() const
+{
+    return accepted_ - std::min(accepted_, std::max(queue_.writtenEnd(), flushed_));
+}
 
 void MediaWriter::Recording::noteCounters(bool waited, double startedMs)
 {

@@ -52,7 +52,8 @@ public:
 
 private:
     void fail(MediaErrorCode code, unsigned platformCode);
-    void fail(const MediaError& error);
+    void fail(MediaError error);
+    void failToWrite(unsigned platformCode);
     [[nodiscard]] bool hasFailed() const;
     [[nodiscard]] bool isWritable();
 
@@ -62,13 +63,17 @@ private:
     void sendFullBlock();
     bool waitUntilAtMost(std::size_t blocks, bool* waited = nullptr);
     bool writeRest();
+    [[nodiscard]] std::uint64_t bytesUnderWay() const;
     void noteCounters(bool waited, double startedMs);
     void noteOnDisk();
 
     bool completeFile();
     bool flushDevice();
     void keepWhatCanBeKept(bool giveName, MediaRecording& result);
+    void noteIfGone(MediaRecording& result);
     [[nodiscard]] std::uint64_t bytesToKeep();
+    [[nodiscard]] std::uint64_t bytesOfUnknown();
+    bool cutAndFlush(std::uint64_t* bytes);
     [[nodiscard]] std::uint64_t writeOtherwise();
     bool writeOtherwise(const WriteBlock& block, std::uint64_t* good);
     [[nodiscard]] std::uint64_t wholeEnd(std::uint64_t limit) const;
@@ -90,6 +95,7 @@ private:
     std::uint64_t accepted_ = 0;            // end of the last whole write
     std::uint64_t flushed_ = 0;             // on the device up to here, whatever happens behind it
     bool deviceIsUnknown_ = false;          // all was written, and nobody knows what arrived
+    bool flushFoundNoRoom_ = false;         // what waited in memory may be lost
     std::optional<MediaRecording> result_;  // set when the recording has ended
 
     mutable std::mutex guard_;

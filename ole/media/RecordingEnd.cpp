@@ -14,17 +14,25 @@ namespace {
 constexpr std::size_t smallestPieceBytes = 512;
 
 // Writes as much as there is room for; the end of it. A file system refuses a large write as a whole although
-// a part of it would fit, so each refusal halves what is tried next.
-std::uint64_t writeInPieces(iFile& file, std::uint64_t position, const unsigned char* bytes, std::size_t size)
+// a part of it would fit, so each refusal halves what is tried next. Some find out only when they flush what
+// they took: *flushCode is then the last refusal.
+std::uint64_t writeInPieces(iFile& file, std::uint64_t position, const unsigned char* bytes, std::size_t size,
+                            unsigned* flushCode)
 {
     std::size_t written = 0;
     for (std::size_t piece = size; written != size;) {
         piece = std::min(piece, size - written);
         std::size_t done = 0;
         const bool all = file.write(position + written, bytes + written, piece, &done);
-        written += done;
-        if (all)
+        const bool kept = done == 0 || file.flush();
+        if (kept)
+            written += done;
+        else
+            *flushCode = lastError();
+        if (all && kept)
             continue;
+        if (!kept && diskFullOr(MediaErrorCode::none, *flushCode) != MediaErrorCode::diskFull)
+            break;
         if (piece <= smallestPieceBytes)
             break;
         piece /= 2;
@@ -48,6 +56,7 @@ MediaRecording MediaWriter::Recording::end(bool giveName)
             name(result);
         else if (accepted_ == 0 && file_.remove())
             result.path = {};
+        noteIfGone(result);
     }
     result.error = error();
     result.complete = result.hasFinalName && !result.error;
@@ -67,6 +76,16 @@ void MediaWriter::Recording::close(const MediaRecording& result)
     queue_.clear();
     memory_.reset();
     result_ = result;
+}
+
+// What stands under the unfinished name now may be another's.
+void MediaWriter::Recording::noteIfGone(MediaRecording& result)
+{
+    if (result.hasFinalName || result.path.empty() || !file_.isGone())
+        return;
+    fail(recordingError(MediaErrorCode::fileVanished, 0, file_.partialPath()));
+    result.path = {};
+    result.bytes = 0;
 }
 
 // True when every byte that was accepted is on the device.
@@ -108,25 +127,58 @@ void MediaWriter::Recording::keepWhatCanBeKept(bool giveName, MediaRecording& re
         result.bytes = std::max(wholeEnd(queue_.writtenEnd()), flushed_);
         return;
     }
+    if (deviceIsUnknown_) {
+        result.bytes = bytesOfUnknown();
+        return;
+    }
     result.bytes = bytesToKeep();
+    if (deviceIsUnknown_) {
+        result.bytes = bytesOfUnknown();
+        return;
+    }
     if (result.bytes == 0) {
-        if (file_.remove())
+        // Something may have reached the disk all the same.
+        if (!flushFoundNoRoom_ && file_.remove())
             result.path = {};
         return;
     }
-    if (deviceIsUnknown_ || !file_.handle().setSize(result.bytes) || !file_.handle().flush())
-        return;
-    if (giveName && error().code == MediaErrorCode::diskFull)
+    if (cutAndFlush(&result.bytes) && giveName && error().code == MediaErrorCode::diskFull)
         name(result);
+}
+
+// Cuts the file to *bytes, or to less, which *bytes then is, and flushes it.
+bool MediaWriter::Recording::cutAndFlush(std::uint64_t* bytes)
+{
+    if (!file_.handle().setSize(*bytes))
+        return false;
+    if (file_.handle().flush())
+        return true;
+    if (diskFullOr(MediaErrorCode::none, lastError()) != MediaErrorCode::diskFull)
+        return false;
+    // What was written in another way may have found room in memory only. The blocks that the engine took
+    // went around it.
+    *bytes = file_.isBuffered() ? flushed_ : std::max(wholeEnd(queue_.writtenEnd()), flushed_);
+    return *bytes != 0 && file_.handle().setSize(*bytes) && file_.handle().flush();
+}
+
+// All was written, so as much is there as the file is long.
+std::uint64_t MediaWriter::Recording::bytesOfUnknown()
+{
+    FILE_INFO info;
+    if (!file_.handle().getInfo(&info))
+        return flushed_;
+    const std::uint64_t there = std::min(info.size, accepted_);
+    // Where the writes before that ended is not known any more.
+    return there < queue_.writtenEnd() ? there : wholeEnd(there);
 }
 
 std::uint64_t MediaWriter::Recording::bytesToKeep()
 {
-    if (deviceIsUnknown_)
-        return accepted_;
     // A disk that fails is not asked to do it once more.
     const std::uint64_t good =
         error().code == MediaErrorCode::writeFailed ? queue_.writtenEnd() : writeOtherwise();
+    if (flushFoundNoRoom_ && file_.isBuffered())
+        return flushed_;
     // What was flushed stays, although the block that it is a part of may have failed later.
     return std::max(wholeEnd(good), flushed_);
 }
@@ -154,8 +206,16 @@ bool MediaWriter::Recording::writeOtherwise(const WriteBlock& block, std::uint64
     const std::uint64_t end = std::min(block.end(), accepted_);
     if (end <= block.position())
         return false;
+    unsigned flushCode = 0;
     *good = writeInPieces(file_.handle(), block.position(), block.getBuffer(),
-                          static_cast<std::size_t>(end - block.position()));
+                          static_cast<std::size_t>(end - block.position()), &flushCode);
+    if (flushCode == 0)
+        return *good == end;
+    // A failed flush loses what waited in memory, and later ones do not tell of it again.
+    if (diskFullOr(MediaErrorCode::none, flushCode) != MediaErrorCode::diskFull)
+        deviceIsUnknown_ = true;
+    else
+        flushFoundNoRoom_ = true;
     return *good == end;
 }
 

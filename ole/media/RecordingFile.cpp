@@ -8,6 +8,7 @@
 #include "os/OS.h"
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace {
@@ -32,6 +33,8 @@ const char* sentenceOf(MediaErrorCode code)
         return "there is a file of this name already";
     case MediaErrorCode::unfinished:
         return "an unfinished recording stands here";
+    case MediaErrorCode::fileVanished:
+        return "the unfinished file was removed";
     case MediaErrorCode::givenUp:
         return "the disk has taken nothing for too long";
     case MediaErrorCode::noMemory:
@@ -92,6 +95,45 @@ bool claimPatiently(iFile& file)
     return true;
 }
 
+Qz::Ptr<iFile> openRecording(const LightweightString<wchar_t>& path)
+{
+    const Qz::Ptr<iFile> file = OS()->getFileManager()->open(path, os::accessReadWrite, os::creationOpen,
+                                                             os::shareAll, os::modePlain);
+    return file && file->isOpen() ? file : Qz::Ptr<iFile>();
+}
+
+unsigned whyNotNamed(iFile& file, const LightweightString<wchar_t>& path)
+{
+    const unsigned gone = errorFromErrno(ENOENT);
+    FILE_INFO ours;
+    if (!file.getInfo(&ours))
+        return lastError();
+    if (ours.links == 0)
+        return gone;
+    const Qz::Ptr<iFile> now = openRecording(path);
+    // Who has no descriptors left cannot look. The file has a name, and hardly anybody gave it a new one.
+    if (!now)
+        return errnoFromError(lastError()) == ENOENT ? gone : 0;
+    FILE_INFO theirs;
+    if (!now->getInfo(&theirs))
+        return lastError();
+    return ours.inode == theirs.inode && ours.device == theirs.device ? 0 : gone;
+}
+
+MediaError renameRecording(iFile& file, const LightweightString<wchar_t>& from,
+                           const LightweightString<wchar_t>& to, bool* named)
+{
+    *named = OS()->getFileManager()->renameFile(from, to);
+    if (*named)
+        return {};
+    const unsigned code = lastError();
+    if (errnoFromError(code) == EEXIST)
+        return recordingError(MediaErrorCode::alreadyExists, code, to);
+    // The renaming may have been done and only its way to the device have failed.
+    *named = whyNotNamed(file, from) != 0 && whyNotNamed(file, to) == 0;
+    return recordingError(MediaErrorCode::renameFailed, code, to);
+}
+
 RecordingFile::RecordingFile(const Path& path) : path_(path), partialPath_(path + partialEnding) {}
 
 RecordingFile::~RecordingFile() { closeEngine(); }
@@ -126,8 +168,8 @@ MediaError RecordingFile::begin()
 
 MediaError RecordingFile::claimAndOpen()
 {
-    // Where the file system knows no claims every claim fails, so nobody takes the file for one that was left
-    // behind either.
+    // Where the file system knows no claims every claim fails, so nobody takes the file for one that was
+    // left behind either.
     if (!claimPatiently(*handle_) && errnoFromError(lastError()) == EWOULDBLOCK) {
         handle_.reset();  // somebody has it already and decides what becomes of it
         return recordingError(MediaErrorCode::unfinished, errorFromErrno(EWOULDBLOCK), partialPath_);
@@ -153,6 +195,15 @@ MediaError RecordingFile::undo(unsigned platformCode)
 }
 
 void RecordingFile::write(const Qz::Ptr<WriteBlock>& block)
+{
+    try {
+        writeOrOffer(block);
+    } catch (const std::bad_alloc&) {
+        block->setFailed(errorFromErrno(ENOMEM));
+    }
+}
+
+void RecordingFile::writeOrOffer(const Qz::Ptr<WriteBlock>& block)
 {
     if (!engineRefuses_ && offer(block))
         return;
@@ -189,16 +240,19 @@ void RecordingFile::closeEngine()
 
 MediaError RecordingFile::giveName(bool* named)
 {
-    iFileManager* const files = OS()->getFileManager();
-    *named = files->renameFile(partialPath_, path_);
-    if (*named)
-        return {};
-    const unsigned code = lastError();
-    if (errnoFromError(code) == EEXIST)
-        return recordingError(MediaErrorCode::alreadyExists, code, path_);
-    // The renaming may have been done and only its way to the device have failed.
-    *named = !files->fileExists(partialPath_) && files->fileExists(path_);
-    return recordingError(MediaErrorCode::renameFailed, code, path_);
+    *named = false;
+    if (const unsigned code = whyNotNamed(*handle_, partialPath_))
+        return errnoFromError(code) == ENOENT ? recordingError(MediaErrorCode::fileVanished, 0, partialPath_)
+                                              : recordingError(MediaErrorCode::renameFailed, code, path_);
+    return renameRecording(*handle_, partialPath_, path_, named);
 }
 
-bool RecordingFile::remove() { return OS()->getFileManager()->deleteFile(partialPath_); }
+bool RecordingFile::remove()
+{
+    const unsigned code = whyNotNamed(*handle_, partialPath_);
+    if (code != 0)
+        return errnoFromError(code) == ENOENT;
+    return OS()->getFileManager()->deleteFile(partialPath_);
+}
+
+bool RecordingFile::isGone() { return errnoFromError(whyNotNamed(*handle_, partialPath_)) == ENOENT; }

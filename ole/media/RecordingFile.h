@@ -19,6 +19,15 @@ class FsysFile;
 // Claims a file (iFile::claim). One that merely looks at unfinished recordings has the claim for a moment,
 // so this asks for a fifth of a second.
 [[nodiscard]] bool claimPatiently(iFile& file);
+// A handle to claim, cut and flush a recording with; null when it cannot be opened.
+[[nodiscard]] Qz::Ptr<iFile> openRecording(const LightweightString<wchar_t>& path);
+// 0 when path still names the file: since it was opened, it may have been given another name or been
+// removed, and another recorder have begun under the old one. Otherwise why not, ENOENT's code for such a
+// file, another code when nobody can tell.
+[[nodiscard]] unsigned whyNotNamed(iFile& file, const LightweightString<wchar_t>& path);
+// Gives a recording another name. *named: it has it, also when that may not survive a loss of power.
+[[nodiscard]] MediaError renameRecording(iFile& file, const LightweightString<wchar_t>& from,
+                                         const LightweightString<wchar_t>& to, bool* named);
 
 // RecordingFile: a recording under its unfinished name.
 //
@@ -47,10 +56,12 @@ public:
     // --- through the engine, until it is closed
 
     // Hands a full block to the disk, or writes it here and now where the engine does not take it. Its state
-    // tells the end.
+    // tells the end; it fails with ENOMEM's code when there is no memory for that.
     void write(const Qz::Ptr<WriteBlock>& block);
     // Writes bytes here and now. 1, or the platform's code.
     [[nodiscard]] unsigned writeNow(std::uint64_t position, const unsigned char* bytes, std::size_t size);
+    // True when whole blocks went the way of all files, through the memory of the system.
+    [[nodiscard]] bool isBuffered() const { return engineRefuses_; }
     void closeEngine();
 
     // --- through the handle of our own
@@ -59,18 +70,21 @@ public:
     // Gives the claim back.
     void release() { handle_.reset(); }
 
-    // --- names
+    // --- names; a file of another recorder that stands under one is left alone
 
-    // Gives the file its final name. *named: it has it, also when that may not survive a loss of power.
+    // Gives the file its final name, as renameRecording does. fileVanished when it is gone.
     [[nodiscard]] MediaError giveName(bool* named);
-    // True when it is gone.
+    // True when it is gone, and when it was already.
     bool remove();
+    // True when it does not stand under its unfinished name any more.
+    [[nodiscard]] bool isGone();
 
 private:
     MediaError checkNames() const;
     MediaError claimAndOpen();
     // Removes what was just made.
     MediaError undo(unsigned platformCode);
+    void writeOrOffer(const Qz::Ptr<WriteBlock>& block);
     bool offer(const Qz::Ptr<WriteBlock>& block);
 
     const Path path_;

@@ -12,20 +12,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 namespace {
 
 using Path = LightweightString<wchar_t>;
 
 constexpr std::wstring_view ending = partialEnding;
-
-Qz::Ptr<iFile> openUnfinished(const Path& path)
-{
-    const Qz::Ptr<iFile> file = OS()->getFileManager()->open(path, os::accessReadWrite, os::creationOpen,
-                                                             os::shareAll, os::modePlain);
-    return file && file->isOpen() ? file : Qz::Ptr<iFile>();
-}
 
 Path fileNameOf(const Path& path)
 {
@@ -48,22 +43,35 @@ Path finalPathOf(const Path& path)
                : Path();
 }
 
-UnfinishedRecording describe(const DriveId& location, const Path& path)
+// What only the open file tells; without it nothing of found changes.
+void lookInto(iFile& file, UnfinishedRecording& found)
+{
+    FILE_INFO info;
+    if (!file.getInfo(&info))
+        return;
+    found.bytes = info.size;
+    found.modifiedNs = info.modifiedNs;
+    if (!file.getWrittenSize(&found.goodBytes))
+        found.goodBytes = 0;
+    found.inUse = !file.claim();
+}
+
+// Nothing when the file has gone since it was listed.
+std::optional<UnfinishedRecording> describe(const DriveId& location, const Path& path,
+                                            std::uint64_t listedBytes)
 {
     UnfinishedRecording found;
     found.location = location;
     found.path = path;
     found.finalPath = finalPathOf(path);
     found.cookie = cookieOf(path);
-    if (const Qz::Ptr<iFile> file = openUnfinished(path)) {
-        FILE_INFO info;
-        file->getInfo(&info);
-        found.bytes = info.size;
-        found.modifiedNs = info.modifiedNs;
-        if (!file->getWrittenSize(&found.goodBytes))
-            found.goodBytes = 0;
-        found.inUse = !file->claim();
-    }
+    // Until the file says otherwise: one that cannot be looked into is neither idle nor empty.
+    found.bytes = listedBytes;
+    found.inUse = true;
+    if (const Qz::Ptr<iFile> file = openRecording(path))
+        lookInto(*file, found);
+    else if (errnoFromError(lastError()) == ENOENT)
+        return std::nullopt;
     return found;
 }
 
@@ -73,18 +81,14 @@ void findIn(const DriveId& location, const Path& folder, std::vector<UnfinishedR
     OS()->getFileManager()->listDirectory(folder + L"*" + partialEnding, items);
     for (const auto& item : items)
         if (!finalPathOf(folder + item.name).empty())
-            found.push_back(describe(location, folder + item.name));
+            if (auto recording = describe(location, folder + item.name, item.size))
+                found.push_back(*std::move(recording));
 }
 
-// True when path still names the file: its recorder may have given it its name, or another one begun,
-// since it was opened.
-bool isStillNamed(iFile& file, const Path& path)
+MediaError whyNotOpened(unsigned code, const Path& path)
 {
-    const Qz::Ptr<iFile> now = openUnfinished(path);
-    FILE_INFO ours;
-    FILE_INFO theirs;
-    return now && file.getInfo(&ours) && now->getInfo(&theirs) && ours.inode == theirs.inode &&
-           ours.device == theirs.device;
+    return recordingError(
+        errnoFromError(code) == ENOENT ? MediaErrorCode::notFound : MediaErrorCode::writeFailed, code, path);
 }
 
 // The file, claimed, or why not.
@@ -94,20 +98,18 @@ Qz::Ptr<iFile> takeOver(const Path& path, MediaError* error)
         *error = recordingError(MediaErrorCode::invalidArgument, 0, path);
         return {};
     }
-    const Qz::Ptr<iFile> file = openUnfinished(path);
+    const Qz::Ptr<iFile> file = openRecording(path);
     if (!file) {
-        const unsigned code = lastError();
-        *error = recordingError(errnoFromError(code) == ENOENT ? MediaErrorCode::notFound
-                                                               : MediaErrorCode::writeFailed,
-                                code, path);
+        *error = whyNotOpened(lastError(), path);
         return {};
     }
     if (!claimPatiently(*file)) {
         *error = recordingError(MediaErrorCode::unfinished, lastError(), path);
         return {};
     }
-    if (!isStillNamed(*file, path)) {
-        *error = recordingError(MediaErrorCode::notFound, 0, path);
+    // Its recorder may have given it its name, or another one begun, since it was opened.
+    if (const unsigned code = whyNotNamed(*file, path)) {
+        *error = whyNotOpened(code, path);
         return {};
     }
     return file;
@@ -164,14 +166,11 @@ MediaError finishUnfinished(const UnfinishedRecording& recording)
         return recordingError(MediaErrorCode::alreadyExists, 0, finalPath);
     if (error = cutToGoodBytes(*file, recording.path); error)
         return error;
-    if (!files->renameFile(recording.path, finalPath)) {
-        const unsigned code = lastError();
-        return recordingError(errnoFromError(code) == EEXIST ? MediaErrorCode::alreadyExists
-                                                             : MediaErrorCode::renameFailed,
-                              code, finalPath);
-    }
-    tellCache(recording, finalPath);
-    return {};
+    bool named = false;
+    error = renameRecording(*file, recording.path, finalPath, &named);
+    if (named)
+        tellCache(recording, finalPath);
+    return error;
 }
 
 MediaError removeUnfinished(const UnfinishedRecording& recording)

@@ -21,7 +21,11 @@ struct UnfinishedRecording
     // From the start up to the first byte that never reached the disk: what finishUnfinished keeps.
     std::uint64_t goodBytes = 0;
     std::int64_t modifiedNs = 0;  // last written, nanoseconds since 1970
-    bool inUse = false;           // a recorder is still at work, here or in another program
+    // A recorder is still at work, here or in another program. True also when nobody can tell: the file
+    // cannot be opened for writing (bytes is then as listed and goodBytes 0), or its file system carries no
+    // claims (iFile::claim), as some network file systems do. There every recording counts as in use for
+    // ever; a user who knows that its recorder is gone renames the file by hand.
+    bool inUse = false;
 };
 
 // The unfinished recordings in the media folders of a location, by path; none for a location that is not
@@ -31,7 +35,8 @@ struct UnfinishedRecording
 // Cuts the file to its good bytes (as they are now), flushes it to the device, gives it its final name and
 // tells the media cache when it is a clip's. An error leaves it unfinished: unfinished when a recorder is at
 // work, alreadyExists when there is a file of the final name, invalidArgument when no byte is good or path
-// is no unfinished recording's, notFound when it is gone.
+// is no unfinished recording's, notFound when it is gone. After renameFailed it may have its final name, and
+// the cache know of it, but lose it again with the power.
 [[nodiscard]] MEDIA_API MediaError finishUnfinished(const UnfinishedRecording& recording);
 // Removes the file. An error leaves it: unfinished when a recorder is at work, notFound when it is gone.
 [[nodiscard]] MEDIA_API MediaError removeUnfinished(const UnfinishedRecording& recording);

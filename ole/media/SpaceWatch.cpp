@@ -18,7 +18,7 @@ SpaceWatch::SpaceWatch(const LightweightString<wchar_t>& path, std::uint64_t low
     : path_(path), lowBytes_(lowBytes), listener_(listener)
 {}
 
-void SpaceWatch::look()
+void SpaceWatch::look(std::uint64_t underWay)
 {
     bytesUntilDue_ = longestStepBytes;
     if (!listener_)
@@ -26,7 +26,8 @@ void SpaceWatch::look()
     const Qz::Ptr<iDiskDrive> drive = OS()->getFileManager()->getDriveForPath(path_);
     if (!drive || drive->getTotalBytes() == 0)
         return;
-    const std::uint64_t freeBytes = drive->getFreeBytes();
+    const std::uint64_t freeNow = drive->getFreeBytes();
+    const std::uint64_t freeBytes = freeNow - std::min(freeNow, underWay);
     if (freeBytes >= lowBytes_) {
         isLow_ = false;
         bytesUntilDue_ = std::clamp(freeBytes - lowBytes_, shortestStepBytes, longestStepBytes);
@@ -40,10 +41,10 @@ void SpaceWatch::look()
     }
 }
 
-void SpaceWatch::wrote(std::uint64_t bytes)
+void SpaceWatch::willWrite(std::uint64_t bytes, std::uint64_t underWay)
 {
     if (bytes < bytesUntilDue_)
         bytesUntilDue_ -= bytes;
     else
-        look();
+        look(underWay + bytes);
 }

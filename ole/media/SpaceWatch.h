@@ -7,7 +7,8 @@
 
 // SpaceWatch: tells when a disk gets low on space, once each time it falls below the limit.
 //
-// The disk is asked as often as what is written could take it there, and not for every write.
+// The disk is asked as often as what is written could take it there, and not for every write. What it has
+// yet to take counts as taken, so that the news comes before the disk is full and not after.
 //
 // Threads:    one at a time, which is also the one that is told.
 // Errors:     a disk that does not know its space is not watched. What the listener throws is dropped.
@@ -18,10 +19,10 @@ public:
 
     SpaceWatch(const LightweightString<wchar_t>& path, std::uint64_t lowBytes, const Listener& listener);
 
-    // Asks the disk now.
-    void look();
-    // Asks it when so many more bytes make that due.
-    void wrote(std::uint64_t bytes);
+    // Asks the disk now; it has yet to take so many bytes.
+    void look(std::uint64_t underWay);
+    // Asks it when so many more bytes, which are about to be written, make that due.
+    void willWrite(std::uint64_t bytes, std::uint64_t underWay);
 
 private:
     const LightweightString<wchar_t> path_;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 BlockMemory::~BlockMemory()
 {
@@ -30,16 +31,26 @@ unsigned char* BlockMemory::take()
 
 void BlockMemory::giveBack(unsigned char* block)
 {
-    const std::lock_guard<std::mutex> hold(guard_);
-    free_.push_back(block);
+    try {
+        const std::lock_guard<std::mutex> hold(guard_);
+        free_.push_back(block);
+    } catch (const std::bad_alloc&) {
+        OS()->getPageMemory()->release(block, os::pagesRelease);
+    }
 }
 
 Qz::Ptr<WriteBlock> WriteBlock::make(const std::shared_ptr<BlockMemory>& memory,
                                      const Qz::Ptr<iThreadEvent>& ended, std::uint64_t position)
 {
     unsigned char* const buffer = memory->take();
-    return buffer ? Qz::Ptr<WriteBlock>(new WriteBlock(memory, ended, buffer, position))
-                  : Qz::Ptr<WriteBlock>();
+    if (!buffer)
+        return {};
+    try {
+        return Qz::Ptr<WriteBlock>(new WriteBlock(memory, ended, buffer, position));
+    } catch (const std::bad_alloc&) {
+        memory->giveBack(buffer);
+        return {};
+    }
 }
 
 WriteBlock::WriteBlock(const std::shared_ptr<BlockMemory>& memory, const Qz::Ptr<iThreadEvent>& ended,

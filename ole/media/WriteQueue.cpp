@@ -13,15 +13,17 @@ bool isUnderWay(const Qz::Ptr<WriteBlock>& block) { return block->state() == Wri
 
 }  // namespace
 
-WriteQueue::WriteQueue(unsigned stallLimitMs)
+WriteQueue::WriteQueue(std::size_t blocksMax, unsigned stallLimitMs)
     : stallLimitMs_(stallLimitMs), ended_(OS()->getThreadServices()->createEvent(0, 0, nullptr))
-{}
+{
+    blocks_.reserve(blocksMax);
+}
 
 bool WriteQueue::collect()
 {
     while (!blocks_.empty() && blocks_.front()->state() == WriteBlock::State::written) {
         const Qz::Ptr<WriteBlock> block = blocks_.front();
-        blocks_.pop_front();
+        blocks_.erase(blocks_.begin());
         writtenEnd_ = block->end();
         wholeEnd_ = block->wholeEnd(writtenEnd_).value_or(wholeEnd_);
     }

@@ -6,7 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 // WriteQueue: the blocks of a recording that were handed to the disk, in the order of their places.
 //
@@ -21,17 +21,18 @@ public:
     enum class Wait { done, failed, stalled };
 
     // stallLimitMs: a wait in which nothing ends for so long is given up; 0 waits for ever.
-    explicit WriteQueue(unsigned stallLimitMs);
+    WriteQueue(std::size_t blocksMax, unsigned stallLimitMs);
 
     // What blocks set when they end.
     [[nodiscard]] const Qz::Ptr<iThreadEvent>& ended() const { return ended_; }
+    // Takes no memory. REQUIRES: fewer than blocksMax are held.
     void add(const Qz::Ptr<WriteBlock>& block) { blocks_.push_back(block); }
     void clear() { blocks_.clear(); }
 
     // Lets go what is on the disk; true when a block has failed.
     bool collect();
-    // Waits until at most so many blocks are held, or one has failed. *waited is set when it was not so at
-    // once.
+    // Waits until at most so many blocks are held, or one has failed. *waited is set when that was not so
+    // from the start.
     Wait waitUntilAtMost(std::size_t blocks, bool* waited = nullptr);
     // Waits until none is under way, however they end.
     Wait waitUntilAllEnded();
@@ -42,7 +43,7 @@ public:
     [[nodiscard]] std::uint64_t writtenEnd() const { return writtenEnd_; }
     // The end of the last whole write that does not end behind limit. REQUIRES: limit >= writtenEnd().
     [[nodiscard]] std::uint64_t wholeEnd(std::uint64_t limit) const;
-    [[nodiscard]] const std::deque<Qz::Ptr<WriteBlock>>& blocks() const { return blocks_; }
+    [[nodiscard]] const std::vector<Qz::Ptr<WriteBlock>>& blocks() const { return blocks_; }
 
 private:
     template <class Ready>
@@ -50,7 +51,7 @@ private:
 
     const unsigned stallLimitMs_;
     const Qz::Ptr<iThreadEvent> ended_;
-    std::deque<Qz::Ptr<WriteBlock>> blocks_;
+    std::vector<Qz::Ptr<WriteBlock>> blocks_;  // has room for blocksMax
     std::uint64_t writtenEnd_ = 0;
     std::uint64_t wholeEnd_ = 0;  // of what has been let go
 };

@@ -8,7 +8,9 @@
 
 #include <cerrno>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <vector>
 
 using fake::Op;
 using testing::HasSubstr;
@@ -181,10 +183,12 @@ TEST_F(MediaWriterFaults, FlushesThatFail)
 
 TEST_F(MediaWriterFaults, OpensThatFail)
 {
-    afterEach([](const Attempt& attempt) { EXPECT_TRUE(attempt.recorded.path.empty()); });
-    EXPECT_EQ(3U, failEach({.op = Op::open, .code = platformErrorBase + EMFILE}));
-    EXPECT_EQ(3U, failEach({.op = Op::open, .code = full}));
-    EXPECT_EQ(3U, failEach({.op = Op::open, .code = broken, .closedHandle = true}));
+    // The last one looks who has the unfinished name. A recording does without it.
+    afterEach(
+        [](const Attempt& attempt) { EXPECT_NE(attempt.recorded.complete, attempt.recorded.path.empty()); });
+    EXPECT_EQ(4U, failEach({.op = Op::open, .code = platformErrorBase + EMFILE}));
+    EXPECT_EQ(4U, failEach({.op = Op::open, .code = full}));
+    EXPECT_EQ(4U, failEach({.op = Op::open, .code = broken, .closedHandle = true}));
 }
 
 TEST_F(MediaWriterFaults, RenamesThatFail)
@@ -421,6 +425,65 @@ TEST_F(MediaWriterFailure, AFullDisksFileThatCannotBeCutOrFlushedKeepsItsUnfinis
     }
 }
 
+// What the handle of our own wrote found room in memory, and none on the disk.
+TEST_F(MediaWriterFailure, AFullDiskThatIsNoticedByTheFlushKeepsTheWholeWritesInTheBlocksBefore)
+{
+    os.faults().add({Op::completion, full, 3, fake::Fault::forEver});
+    os.faults().add({.op = Op::flush, .code = full, .count = 12});  // each half down to 512 bytes
+    MediaWriter writer(path, options());
+    writeMany(writer, 12, 300'000);
+    const MediaRecording recorded = writer.finish();
+    EXPECT_EQ(MediaErrorCode::diskFull, recorded.error.code);
+    EXPECT_EQ(1'800'000U, recorded.bytes);  // of 2 blocks
+    EXPECT_TRUE(recorded.hasFinalName);
+    EXPECT_TRUE(contents(path) == all.substr(0, 1'800'000));
+}
+
+TEST_F(MediaWriterFailure, AFullDiskThatRefusesTheSecondFlushAsWellLeavesAnUnfinishedFile)
+{
+    os.faults().add({Op::completion, full, 3, fake::Fault::forEver});
+    os.faults().add({.op = Op::flush, .code = full, .count = 14});
+    MediaWriter writer(path, options());
+    writeMany(writer, 12, 300'000);
+    const MediaRecording recorded = writer.finish();
+    EXPECT_EQ(MediaErrorCode::diskFull, recorded.error.code);
+    EXPECT_EQ(1'800'000U, recorded.bytes);
+    EXPECT_EQ(partial, recorded.path);
+    EXPECT_TRUE(contents(partial) == all.substr(0, 1'800'000));
+}
+
+TEST_F(MediaWriterFailure, WhereBlocksAreBufferedTooOnlyWhatWasFlushedIsSureToHaveFoundRoom)
+{
+    const Path file = L"/net/shot.mov";
+    os.files().addDrive({.type = iDiskDrive::eNetwork, .root = L"/net/"});
+    FsysSetNetworkWriteCaching(true);
+    MediaWriter writer(file, options());
+    EXPECT_EQ(1U, writeMany(writer, 1, 300'000));
+    EXPECT_TRUE(writer.flush());
+    EXPECT_TRUE(writer.write(bytesOf(all).subspan(300'000, 400'000)));
+    EXPECT_TRUE(writer.write(bytesOf(all).subspan(700'000, 2 * mebibyte)));
+    os.faults().failNext(Op::write, full);
+    os.faults().failNext(Op::flush, full);
+    const MediaRecording recorded = writer.finish();
+    EXPECT_EQ(MediaErrorCode::diskFull, recorded.error.code);
+    EXPECT_EQ(300'000U, recorded.bytes);
+    EXPECT_TRUE(recorded.hasFinalName);
+    EXPECT_TRUE(contents(file) == all.substr(0, 300'000));
+}
+
+TEST_F(MediaWriterFailure, AFlushThatFindsNoRoomAndNoBlockBeforeRemovesNothing)
+{
+    os.faults().failAlways(Op::completion, full);
+    os.faults().failAlways(Op::flush, full);
+    MediaWriter writer(path, options());
+    writeMany(writer, 4, 300'000);
+    const MediaRecording recorded = writer.finish();
+    EXPECT_EQ(MediaErrorCode::diskFull, recorded.error.code);
+    EXPECT_EQ(0U, recorded.bytes);
+    EXPECT_EQ(partial, recorded.path);
+    EXPECT_TRUE(os.files().has(partial));
+}
+
 TEST_F(MediaWriterFailure, AFullDiskBeforeAFileOfTheSameNameLeavesBoth)
 {
     os.transfers().setAutomatic(false);
@@ -541,7 +604,19 @@ TEST_F(MediaWriterFailure, AFileThatSomebodyCutOffMeanwhileIsNotCalledComplete)
     EXPECT_FALSE(recorded.complete);
     EXPECT_FALSE(recorded.hasFinalName);
     EXPECT_EQ(MediaErrorCode::writeFailed, recorded.error.code);
-    EXPECT_TRUE(os.files().has(partial));
+    EXPECT_EQ(100U, recorded.bytes);
+    EXPECT_EQ(100U, os.files().size(partial));
+}
+
+TEST_F(MediaWriterFailure, AFileThatSomebodyCutOffBehindTheLastBlockHoldsTheWholeWritesBefore)
+{
+    MediaWriter writer(path, options());
+    EXPECT_EQ(15U, writeMany(writer, 15, 100'000));  // a block and a rest
+    os.faults().failNext(Op::flush, broken);
+    EXPECT_FALSE(writer.flush());
+    const Qz::Ptr<iFile> other = os.files().open(partial, os::accessReadWrite, 0, os::shareAll, 0);
+    EXPECT_TRUE(other->setSize(1'350'000));
+    EXPECT_EQ(1'300'000U, writer.finish().bytes);
 }
 
 TEST_F(MediaWriterFailure, AFileThatSomebodyRemovedMeanwhileIsNotCalledComplete)
@@ -552,7 +627,92 @@ TEST_F(MediaWriterFailure, AFileThatSomebodyRemovedMeanwhileIsNotCalledComplete)
     const MediaRecording recorded = writer.finish();
     EXPECT_FALSE(recorded.complete);
     EXPECT_FALSE(recorded.hasFinalName);
-    EXPECT_EQ(MediaErrorCode::renameFailed, recorded.error.code);
+    EXPECT_EQ(MediaErrorCode::fileVanished, recorded.error.code);
+    EXPECT_THAT(recorded.error.text, HasSubstr("shot.mov.partial: the unfinished file was removed"));
+    EXPECT_TRUE(recorded.path.empty());
+    EXPECT_EQ(0U, recorded.bytes);
+}
+
+// However the first one ends, the file of the second one, which has the same name, is not its own.
+TEST_F(MediaWriterFailure, ARecordingThatBeganUnderTheNameOfARemovedOneIsLeftAlone)
+{
+    const std::vector<std::function<void(MediaWriter&)>> endings = {
+        [](MediaWriter& first) {
+            const MediaRecording recorded = first.finish();
+            EXPECT_FALSE(recorded.complete);
+            EXPECT_EQ(MediaErrorCode::fileVanished, recorded.error.code);
+            EXPECT_TRUE(recorded.path.empty());
+        },
+        [](MediaWriter& first) { first.abandon(); },
+        [](MediaWriter&) {},
+    };
+    const std::vector<std::function<void()>> removals = {
+        [this] { os.files().remove(partial); },
+        [this] { EXPECT_TRUE(os.getFileManager()->renameFile(partial, L"/m/Material/elsewhere")); },
+    };
+    for (const std::size_t bytes : {std::size_t{0}, std::size_t{5}, 2 * mebibyte})
+        for (const auto& end : endings)
+            for (const auto& remove : removals) {
+                auto first = std::make_unique<MediaWriter>(path, options());
+                EXPECT_TRUE(first->write(bytesOf(all).first(bytes)));
+                remove();
+                MediaWriter second(path, options());
+                EXPECT_TRUE(second.write(bytesOf("the second")));
+                end(*first);
+                first.reset();
+                EXPECT_TRUE(os.files().has(partial));
+                EXPECT_FALSE(os.files().has(path));
+                EXPECT_TRUE(second.finish().complete);
+                EXPECT_EQ("the second", contents(path));
+                os.files().remove(path);
+                os.files().remove(L"/m/Material/elsewhere");
+            }
+}
+
+TEST_F(MediaWriterFailure, ARecordingThatFailedDoesNotClaimTheFileOfAnotherOne)
+{
+    os.faults().failAlways(Op::completion, broken);
+    MediaWriter first(path, options());
+    EXPECT_TRUE(first.write(bytesOf(all).first(5)));
+    EXPECT_TRUE(first.flush());
+    EXPECT_TRUE(first.write(bytesOf(all).first(mebibyte - 5)));
+    os.files().remove(partial);
+    os.files().addFile(partial, "another's");
+    const MediaRecording recorded = first.finish();
+    EXPECT_EQ(MediaErrorCode::writeFailed, recorded.error.code);
+    EXPECT_TRUE(recorded.path.empty());
+    EXPECT_EQ(0U, recorded.bytes);
+    EXPECT_EQ("another's", contents(partial));
+}
+
+TEST_F(MediaWriterFailure, ARecordingThatCannotBeginDoesNotRemoveTheFileThatTookItsPlace)
+{
+    struct Replacing : ForwardingFileManager
+    {
+        Replacing(FakeOS& os, const Path& partial)
+            : ForwardingFileManager(*os.getFileManager()), os_(os), partial_(partial)
+        {}
+        Qz::Ptr<iFile> open(const Path& name, unsigned access, unsigned creation, unsigned share,
+                            unsigned mode) override
+        {
+            if (++opens_ != 2)
+                return target().open(name, access, creation, share, mode);
+            os_.files().remove(partial_);
+            os_.files().addFile(partial_, "another's");
+            setLastErrno(EIO);
+            return {};
+        }
+        FakeOS& os_;
+        const Path partial_;
+        unsigned opens_ = 0;
+    };
+    ForwardingOS forwarding(os);
+    Replacing files(os, partial);
+    forwarding.use(files);
+    const ScopedOS replacing(forwarding);
+    const MediaWriter writer(path, options());
+    EXPECT_FALSE(writer.isOpen());
+    EXPECT_EQ("another's", contents(partial));
 }
 
 TEST_F(MediaWriterFailure, ARenameThatWasDoneButIsNotSafeYetIsToldAsSuch)

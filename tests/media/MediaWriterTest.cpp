@@ -540,18 +540,18 @@ TEST_F(MediaWriterTest, LowSpaceIsToldOnceEachTimeItFallsBelow)
     watching.onSpaceLow = [&](std::uint64_t freeBytes) { told.push_back(freeBytes); };
     MediaWriter writer(L"/s/shot.mov", watching);
     const std::string piece = noise(16 * mebibyte);
-    const auto writePiece = [&] { EXPECT_TRUE(writer.write(bytesOf(piece))); };
+    const auto writePiece = [&] { EXPECT_TRUE(writer.write(bytesOf(piece)) && writer.flush()); };
     writePiece();
     EXPECT_THAT(told, IsEmpty());
-    setFree(19 * mebibyte);
+    setFree(35 * mebibyte);
     writePiece();
     EXPECT_THAT(told, ElementsAre(19 * mebibyte));
-    setFree(3 * mebibyte);
+    setFree(19 * mebibyte);
     writePiece();
     EXPECT_THAT(told, ElementsAre(19 * mebibyte));
     setFree(60 * mebibyte);
     writePiece();
-    setFree(10 * mebibyte);
+    setFree(26 * mebibyte);
     writePiece();
     EXPECT_THAT(told, ElementsAre(19 * mebibyte, 10 * mebibyte));
     writer.abandon();
@@ -601,7 +601,54 @@ TEST_F(MediaWriterTest, WhatTheListenerOfLowSpaceThrowsDoesNotReachTheRecording)
     EXPECT_TRUE(writer.finish().complete);
 }
 
-TEST_F(MediaWriterTest, TheListenerOfLowSpaceMayEndTheRecording)
+TEST_F(MediaWriterTest, ALargeWriteIsAnnouncedBeforeTheDiskTakesAnyOfIt)
+{
+    os.files().addDrive({.freeBytes = 30 * mebibyte, .root = L"/s/"});
+    std::vector<std::uint64_t> told;
+    MediaWriterOptions watching = options();
+    watching.lowSpaceBytes = 20 * mebibyte;
+    watching.onSpaceLow = [&](std::uint64_t freeBytes) {
+        told.push_back(freeBytes);
+        EXPECT_EQ(0U, os.transfers().accepted());
+    };
+    MediaWriter writer(L"/s/shot.mov", watching);
+    EXPECT_TRUE(writer.write(bytesOf(noise(12 * mebibyte))));
+    EXPECT_THAT(told, ElementsAre(18 * mebibyte));
+}
+
+TEST_F(MediaWriterTest, AWriteThatDoesNotFitIsAnnouncedWithNothingLeft)
+{
+    os.files().addDrive({.freeBytes = 22 * mebibyte, .root = L"/s/"});
+    std::vector<std::uint64_t> told;
+    MediaWriterOptions watching = options();
+    watching.lowSpaceBytes = 20 * mebibyte;
+    watching.onSpaceLow = [&](std::uint64_t freeBytes) { told.push_back(freeBytes); };
+    MediaWriter writer(L"/s/shot.mov", watching);
+    EXPECT_TRUE(writer.write(bytesOf(noise(23 * mebibyte))));
+    EXPECT_THAT(told, ElementsAre(0U));
+}
+
+TEST_F(MediaWriterTest, WhatTheDiskHasYetToTakeIsNotFreeAnyMore)
+{
+    os.transfers().setAutomatic(false);
+    os.files().addDrive({.freeBytes = 25 * mebibyte, .root = L"/s/"});
+    std::vector<std::uint64_t> told;
+    MediaWriterOptions watching = options();
+    watching.lowSpaceBytes = 20 * mebibyte;
+    watching.onSpaceLow = [&](std::uint64_t freeBytes) { told.push_back(freeBytes); };
+    MediaWriter writer(L"/s/shot.mov", watching);
+    const std::string piece = noise(2 * mebibyte);
+    EXPECT_TRUE(writer.write(bytesOf(piece)));
+    EXPECT_TRUE(writer.write(bytesOf(piece)));
+    EXPECT_THAT(told, IsEmpty());
+    // The disk still says 25, for it has taken nothing.
+    EXPECT_TRUE(writer.write(bytesOf(piece)));
+    EXPECT_THAT(told, ElementsAre(19 * mebibyte));
+    os.transfers().setAutomatic(true);
+    os.transfers().completeAll();
+}
+
+TEST_F(MediaWriterTest, TheListenerOfLowSpaceMayEndTheRecordingWhichThenRefusesTheWrite)
 {
     const Qz::Ptr<FakeDrive> drive = os.files().addDrive({.root = L"/s/"});
     MediaWriter* running = nullptr;
@@ -609,9 +656,11 @@ TEST_F(MediaWriterTest, TheListenerOfLowSpaceMayEndTheRecording)
     watching.onSpaceLow = [&](std::uint64_t) { EXPECT_TRUE(running->finish().complete); };
     MediaWriter writer(L"/s/shot.mov", watching);
     running = &writer;
-    drive->set({.freeBytes = 5, .root = L"/s/"});
-    const std::string all = noise(17 * mebibyte + 3);
+    const std::string all = noise(mebibyte + 3);
     EXPECT_TRUE(writer.write(bytesOf(all)));
+    drive->set({.freeBytes = 5, .root = L"/s/"});
+    EXPECT_FALSE(writer.write(bytesOf(noise(17 * mebibyte))));
+    EXPECT_EQ(MediaErrorCode::notOpen, writer.error().code);
     EXPECT_TRUE(writer.finish().complete);
     EXPECT_TRUE(contents(L"/s/shot.mov") == all);
 }

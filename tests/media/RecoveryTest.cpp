@@ -107,6 +107,41 @@ TEST_F(Recovery, FindsNothingWhereThereIsNoLocation)
     EXPECT_THAT(findUnfinished(location), IsEmpty());
 }
 
+TEST_F(Recovery, AFileThatCannotBeLookedIntoIsNeitherIdleNorEmpty)
+{
+    leave(left, 2 * mebibyte, mebibyte);
+    for (const int code : {EACCES, EMFILE, EROFS}) {
+        SCOPED_TRACE(code);
+        os.faults().clear();
+        os.faults().failOn(left, fake::Op::open, errorFromErrno(code));
+        const UnfinishedRecording found = only();
+        EXPECT_EQ(left, found.path);
+        EXPECT_EQ(clip, found.cookie);
+        EXPECT_TRUE(found.inUse);
+        EXPECT_EQ(3 * mebibyte, found.bytes);
+        EXPECT_EQ(0U, found.goodBytes);
+    }
+}
+
+TEST_F(Recovery, AFileThatGoesWhileItIsLookedAtIsNotListed)
+{
+    leave(left, 100);
+    os.faults().failOn(left, fake::Op::open, errorFromErrno(ENOENT));
+    EXPECT_THAT(findUnfinished(location), IsEmpty());
+}
+
+TEST_F(Recovery, WhereNobodyCanClaimEveryRecordingCountsAsInUse)
+{
+    leave(left, 100);
+    os.faults().failAlways(fake::Op::claim, errorFromErrno(EOPNOTSUPP));
+    const UnfinishedRecording found = only();
+    EXPECT_TRUE(found.inUse);
+    EXPECT_EQ(100U, found.goodBytes);
+    EXPECT_EQ(MediaErrorCode::unfinished, finishUnfinished(found).code);
+    EXPECT_EQ(MediaErrorCode::unfinished, removeUnfinished(found).code);
+    EXPECT_TRUE(os.files().has(left));
+}
+
 TEST_F(Recovery, FinishingCutsHolesNamesTheFileAndTellsTheCache)
 {
     leave(left, 2 * mebibyte, mebibyte, mebibyte);
@@ -231,6 +266,32 @@ TEST_F(Recovery, AFileThatGotItsNameWhileItWasOpenedIsNotCut)
     EXPECT_EQ(200'100U, os.files().size(final));
     EXPECT_EQ(MediaErrorCode::notFound, removeUnfinished(found).code);
     EXPECT_TRUE(os.files().has(final));
+}
+
+TEST_F(Recovery, ARenameThatWasDoneButIsNotSafeYetIsToldAsSuchAndToTheCache)
+{
+    leave(left, 100);
+    const UnfinishedRecording found = only();
+    struct Unsafe : ForwardingFileManager
+    {
+        using ForwardingFileManager::ForwardingFileManager;
+        bool renameFile(const Path& from, const Path& to) override
+        {
+            target().renameFile(from, to);
+            setLastErrno(EIO);
+            return false;
+        }
+    };
+    const cachetest::CacheListener listener;
+    ForwardingOS forwarding(os);
+    Unsafe files(*os.getFileManager());
+    forwarding.use(files);
+    const ScopedOS unsafeRename(forwarding);
+    EXPECT_EQ(MediaErrorCode::renameFailed, finishUnfinished(found).code);
+    EXPECT_TRUE(os.files().has(final));
+    ASSERT_EQ(1U, listener.heard.size());
+    EXPECT_EQ("SysCacheAdd", listener.heard[0].type);
+    EXPECT_EQ(100U, SystemCache::fileSize(clip));
 }
 
 TEST_F(Recovery, AFileOfTheFinalNameIsNeverReplaced)
