@@ -60,10 +60,20 @@ void* operator new(std::size_t bytes)
     return memory;
 }
 void* operator new[](std::size_t bytes) { return ::operator new(bytes); }
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
+{
+    return isShort(bytes) ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t& nothrow) noexcept
+{
+    return ::operator new(bytes, nothrow);
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -13,11 +14,17 @@ namespace {
 
 constexpr std::align_val_t pageAlignment{FakePageMemory::pageSize};
 
-void* zeroedPages(std::size_t size)
+struct PageRelease
 {
-    void* memory = ::operator new(size, pageAlignment, std::nothrow);
+    void operator()(void* memory) const { ::operator delete(memory, pageAlignment); }
+};
+using Pages = std::unique_ptr<void, PageRelease>;
+
+Pages zeroedPages(std::size_t size)
+{
+    Pages memory(::operator new(size, pageAlignment, std::nothrow));
     if (memory)
-        std::memset(memory, 0, size);
+        std::memset(memory.get(), 0, size);
     return memory;
 }
 
@@ -47,21 +54,23 @@ void* FakePageMemory::allocate(void* address, std::size_t size, unsigned type, u
         code = fault->code;
     else if (type != os::pagesReserveCommit || protection != os::pagesReadWrite || size == 0)
         code = errorFromErrno(EINVAL);
-    void* memory = code == 0 ? zeroedPages(size) : nullptr;
+    // Tests let the program's memory run out as well.
+    Pages memory = code == 0 ? zeroedPages(size) : nullptr;
     if (!memory && code == 0)
         code = errorFromErrno(ENOMEM);
     if (code != 0)
         setLastError(code);
     {
         const std::lock_guard<std::mutex> guard(mutex_);
+        records_.push_back({address, size, type, protection, memory.get(), false, 0});
         if (memory) {
-            live_[memory] = records_.size();
+            live_[memory.get()] = records_.size() - 1;
             ++core_->live.pages;
         }
-        records_.push_back({address, size, type, protection, memory, false, 0});
     }
+    void* const taken = memory.release();
     note(*core_, fake::Op::allocatePages, size, code);
-    return memory;
+    return taken;
 }
 
 bool FakePageMemory::release(void* memory, unsigned freeType)
