@@ -50,7 +50,7 @@ struct Studio
     }
     [[nodiscard]] std::span<const std::byte> frame(unsigned stream, std::uint64_t number) const
     {
-        const std::uint64_t from = (number * 4099 + stream * 977U) % spareBytes;
+        const std::uint64_t from = (number * 4099 + stream * std::uint64_t{977}) % spareBytes;
         return std::span(noise).subspan(static_cast<std::size_t>(from),
                                         static_cast<std::size_t>(plan.frameBytes));
     }
