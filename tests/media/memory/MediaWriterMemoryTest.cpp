@@ -1,7 +1,7 @@
 // Recordings whose program has no memory left. The operators here serve the whole program of the tests; they
 // fail only for a thread that asked for it.
 
-#include "RecordingHelpers.h"
+#include "../RecordingHelpers.h"
 
 #include <cstdlib>
 #include <limits>
