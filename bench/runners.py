@@ -87,6 +87,8 @@ class Runner:
                 environment["FSYS_IO_BACKEND"] = "threads"
             elif peer == "fsys-poll-1ms":
                 environment |= {"FSYS_CFG_WritePollDelay": "1"}
+            elif peer == "fsys-busy":
+                environment |= {"FSYS_CFG_BusyWait": "100"}
             elif peer == "fsys-merging":
                 options["coalescable"] = True
             elif peer == "fsys-deferred":

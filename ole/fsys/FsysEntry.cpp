@@ -3,6 +3,7 @@
 #include "fsys/EngineState.h"
 #include "fsys/Fsys.h"
 #include "os/BackendChoice.h"
+#include "os/BusyWait.h"
 #include "support/Log.h"
 
 #include <mutex>
@@ -74,6 +75,7 @@ unsigned FsysGetWriteBytesOutstanding(unsigned* bytes)
 
 void FsysSetNetworkWriteCaching(bool on) { NetworkWriteCaching = on; }
 void FsysSetImmediateRequestHandling(bool immediate) { DeferRequestStart = !immediate; }
+void FsysSetBusyWait(unsigned microseconds) { os::setBusyWait(microseconds); }
 void FsysSetWriteSpeedWarning(bool on) { GlobalWriteSpeedWarningFlag = on; }
 void FsysSetReadMaxCoalesceSize(unsigned bytes) { MaxReadCoalesceSize = bytes; }
 void FsysSetWriteMaxCoalesceSize(unsigned bytes) { MaxWriteCoalesceSize = bytes; }

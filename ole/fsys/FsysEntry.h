@@ -59,6 +59,10 @@ FSYS_API void FsysSetNetworkWriteCaching(bool on);
 FSYS_API void FsysSetImmediateRequestHandling(bool immediate);
 // True, as at first: completed writes are checked for speed (last error 9, the volume's slow flag).
 FSYS_API void FsysSetWriteSpeedWarning(bool on);
+// Low latency: for so many microseconds after the last piece of work the engine's threads go on looking for
+// the next one before they sleep. 0, the configuration's "BusyWait" at first, for none; 100 covers a disk's
+// small read. It costs up to two processors while requests come and none while there are none.
+FSYS_API void FsysSetBusyWait(unsigned microseconds);
 // Kept for callers; the engine merges by each file's coalesce length.
 FSYS_API void FsysSetReadMaxCoalesceSize(unsigned bytes);
 FSYS_API void FsysSetWriteMaxCoalesceSize(unsigned bytes);

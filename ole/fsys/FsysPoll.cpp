@@ -1,12 +1,15 @@
 #include "fsys/FsysPoll.h"
 
 #include "fsys/FsysFile.h"
+#include "os/BusyWait.h"
 #include "os/OS.h"
 #include "os/SubmissionBatch.h"
 #include "os/Threads.h"
 #include "support/Log.h"
 
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 FsysPoll::FsysPoll(Vector<FsysFile*>* files, CriticalSection* lock, bool reads, unsigned pollDelay,
                    unsigned spareDelay)
@@ -46,9 +49,24 @@ unsigned FsysPoll::Polltasks()
 int FsysPoll::StartPolling(void* self)
 {
     auto* const poll = static_cast<FsysPoll*>(self);
+    bool kicked = false;
     while (poll->running_) {
         poll->Polltasks();
-        poll->kickEvent_->wait(poll->pollDelay_);
+        kicked = poll->waitForKick(kicked);
     }
     return 0;
+}
+
+// False when the poll delay was over first. lookFirst: there was a kick, so the next one may be near.
+bool FsysPoll::waitForKick(bool lookFirst)
+{
+    using Clock = std::chrono::steady_clock;
+    const std::chrono::microseconds busyWait(lookFirst ? os::busyWait() : 0);
+    const Clock::time_point until = Clock::now() + busyWait;
+    while (busyWait.count() != 0 && Clock::now() < until) {
+        if (kickEvent_->wait(0))
+            return true;
+        std::this_thread::yield();
+    }
+    return kickEvent_->wait(pollDelay_);
 }

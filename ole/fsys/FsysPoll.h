@@ -40,6 +40,8 @@ public:
     [[nodiscard]] unsigned spareDelay() const { return spareDelay_; }
 
 private:
+    bool waitForKick(bool lookFirst);
+
     const unsigned pollDelay_;
     unsigned thread_ = 0;  // 0: no thread could be started
     Qz::Ptr<iThreadEvent> kickEvent_;

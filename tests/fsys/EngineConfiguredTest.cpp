@@ -5,6 +5,7 @@
 #include "fsys/DiskManager.h"
 #include "fsys/EngineConfig.h"
 #include "fsys/MediaDrive.h"
+#include "os/BusyWait.h"
 #include "os/BackendChoice.h"
 #include "os/LastError.h"
 
@@ -257,6 +258,7 @@ TEST_F(EngineConfigured, EveryKeyIsReadAndKept)
     EXPECT_EQ(13, engineConfig.showWriteBufferDebug);
     EXPECT_EQ(14, engineConfig.showRequestDebug);
     EXPECT_EQ(15, engineConfig.maxAllocRetries);
+    EXPECT_EQ(16U, os::busyWait());
 }
 
 TEST_F(EngineConfigured, WithoutAConfigurationEveryKeyHasItsDefault)
@@ -276,6 +278,7 @@ TEST_F(EngineConfigured, WithoutAConfigurationEveryKeyHasItsDefault)
     EXPECT_EQ(0, engineConfig.showWriteBufferDebug);
     EXPECT_EQ(0, engineConfig.showRequestDebug);
     EXPECT_EQ(20, engineConfig.maxAllocRetries);
+    EXPECT_EQ(0U, os::busyWait());
 }
 
 TEST_F(EngineConfigured, AChangeAfterTheLoadMeansNothing)

@@ -3,6 +3,7 @@
 #include "EngineFixture.h"
 #include "Qz/Shutdown.h"
 #include "Qz/Utf8.h"
+#include "os/BusyWait.h"
 #include "os/LastError.h"
 #include "os/testing/ForwardingOS.h"
 
@@ -140,11 +141,14 @@ TEST_F(NoEngineTest, SettersWorkWithoutAnEngine)
     FsysSetReadMaxCoalesceSize(1);
     FsysSetWriteMaxCoalesceSize(2);
     FsysSetWriteSpeedWarning(false);
+    FsysSetBusyWait(70);
     FsysSetImmediateRequestHandling(false);
     FsysSetNetworkWriteCaching(true);
     EXPECT_EQ(1U, MaxReadCoalesceSize);
     EXPECT_EQ(2U, MaxWriteCoalesceSize);
     EXPECT_FALSE(GlobalWriteSpeedWarningFlag);
+    EXPECT_EQ(70U, os::busyWait());
+    FsysSetBusyWait(0);
     EXPECT_TRUE(DeferRequestStart);
     EXPECT_TRUE(NetworkWriteCaching);
     FsysSetImmediateRequestHandling(true);

@@ -2,6 +2,7 @@
 
 #include "CompletionRecorder.h"
 #include "common/TemporaryFolder.h"
+#include "os/BusyWait.h"
 #include "os/Codes.h"
 #include "os/OS.h"
 #include "os/SubmissionBatch.h"
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <fcntl.h>
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -128,6 +130,48 @@ INSTANTIATE_TEST_SUITE_P(On, Ports, testing::Values(IoBackend::uring, IoBackend:
                          [](const auto& given) {
                              return std::string(given.param == IoBackend::uring ? "Ring" : "Pool");
                          });
+
+TEST_P(Ports, DeliverWhileTheirThreadsLookForWorkAndAfterTheySleep)
+{
+    const std::string path = folder_.file("f", "abc");
+    os::setBusyWait(2000);
+    CompletionRecorder recorder;
+    const Qz::Ptr<PortState> port = makePort(recorder);
+    const Qz::Ptr<iFile> file = openAttached(port, path);
+    for (unsigned i = 1; i <= 20; ++i) {
+        std::string buffer(3, '\0');
+        ASSERT_TRUE(startRead(file, buffer));
+        ASSERT_EQ(recorder.await(i).size(), i);
+        EXPECT_EQ(buffer, "abc");
+        if (i == 10)
+            os::setBusyWait(0);
+    }
+    port->shutDown();
+}
+
+TEST_P(Ports, ACommandThatBlocksHoldsUpNobody)
+{
+    const std::string path = folder_.file("f", "abc");
+    std::atomic<bool> first{true};
+    std::promise<void> others;
+    CompletionRecorder recorder([&](const auto&) {
+        // The last of ten that arrive together lets the first one go on.
+        if (first.exchange(false))
+            others.get_future().wait();
+    });
+    const Qz::Ptr<PortState> port = makePort(recorder);
+    const Qz::Ptr<iFile> file = openAttached(port, path);
+    std::vector<std::string> buffers(10, std::string(3, '\0'));
+    {
+        const os::SubmissionBatch together;
+        for (std::string& buffer : buffers)
+            ASSERT_TRUE(startRead(file, buffer));
+    }
+    EXPECT_EQ(recorder.await(9).size(), 9U);
+    others.set_value();
+    EXPECT_EQ(recorder.await(10).size(), 10U);
+    port->shutDown();
+}
 
 TEST_P(Ports, GrowWhileCommandsBlockAndShrinkAfterwards)
 {

@@ -172,3 +172,57 @@ TEST(PageMemory, ThreadsShareTheCache)
     EXPECT_EQ(wrong, 0U);
     EXPECT_EQ(cache.liveBlocks(), 0U);
 }
+
+TEST(PageMemory, ChunksThatAreEmptyGoBackToTheSystem)
+{
+    PageCache& cache = makeCache();
+    void* block = cache.take(nullptr, page);
+    EXPECT_EQ(cache.chunksInUse(), 1U);
+    EXPECT_EQ(cache.chunkOf(block, page), 0U);
+    EXPECT_TRUE(cache.give(block));
+    cache.trim(PageCache::Clock::now());
+    EXPECT_EQ(cache.chunksInUse(), 0U);
+}
+
+TEST(PageMemory, WhoUsesChunksHearsThatOneGoesBeforeItMayBeCutAgain)
+{
+    struct User : public ChunkUser
+    {
+        explicit User(PageCache& cache) : pages(cache) {}
+        void forgetChunk(unsigned chunk) override
+        {
+            forgotten.push_back(chunk);
+            block = pages.take(nullptr, page);
+        }
+        PageCache& pages;
+        std::vector<unsigned> forgotten;
+        void* block = nullptr;  // that was cut meanwhile
+    };
+    PageCache& cache = makeCache();
+    User user(cache);
+    cache.addUser(&user);
+    EXPECT_TRUE(cache.give(cache.take(nullptr, page)));
+    EXPECT_TRUE(user.forgotten.empty());
+    cache.trim(PageCache::Clock::now());
+    EXPECT_EQ(user.forgotten, std::vector<unsigned>{0});
+    EXPECT_EQ(cache.chunkOf(user.block, page), 1U);
+
+    cache.removeUser(&user);
+    EXPECT_TRUE(cache.give(user.block));
+    cache.trim(PageCache::Clock::now());
+    EXPECT_EQ(user.forgotten, std::vector<unsigned>{0});
+    EXPECT_EQ(cache.chunksInUse(), 0U);
+}
+
+TEST(PageMemory, BlocksThatTheArenaHasNotAreMappingsOfTheirOwn)
+{
+    PageCache& cache = makeCache();
+    constexpr std::size_t large = PageArena::blockBytesMax + page;
+    void* block = cache.take(nullptr, large);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(cache.chunksInUse(), 0U);
+    EXPECT_EQ(cache.chunkOf(block, large), PageArena::noChunk);
+    EXPECT_TRUE(cache.give(block));
+    EXPECT_EQ(cache.take(nullptr, large), block);
+    EXPECT_TRUE(cache.give(block));
+}

@@ -2,10 +2,40 @@
 
 #include "os/linux/SubmissionHold.h"
 
+#include <cerrno>
+#include <climits>
+#include <ctime>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 namespace {
 
 constexpr unsigned signalled = 1;
 constexpr unsigned oneWaiter = 2;
+
+static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t));
+
+// False when the time was over first. May come back for no reason.
+bool futexWait(const std::atomic<std::uint32_t>& word, const std::chrono::steady_clock::time_point* end)
+{
+    timespec until = {};
+    if (end) {
+        const auto since = end->time_since_epoch();
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+        until.tv_sec = seconds.count();
+        until.tv_nsec = std::chrono::nanoseconds(since - seconds).count();
+    }
+    return syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, 0U, end ? &until : nullptr, nullptr,
+                   FUTEX_BITSET_MATCH_ANY) == 0 ||
+           errno != ETIMEDOUT;
+}
+
+// Looks at the address alone, so the word may be gone.
+void futexWake(const std::atomic<std::uint32_t>* word)
+{
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
 
 }  // namespace
 
@@ -21,26 +51,34 @@ void LinuxThreadEvent::set()
         if (word_.compare_exchange_weak(word, signalled, std::memory_order_acq_rel))
             return;
     }
-    const std::lock_guard guard(mutex_);
-    releaseWaiters();
+    const std::atomic<std::uint32_t>* released = nullptr;
+    {
+        const std::lock_guard guard(mutex_);
+        if (manualReset_ || !first_) {
+            releaseAll();
+            return;
+        }
+        released = &takeFirst().released;
+    }
+    // Without the lock, which the waiter takes before it goes on: woken under it, it would sleep once more.
+    // Then it, and perhaps the event, are gone.
+    futexWake(released);
 }
 
-void LinuxThreadEvent::releaseWaiters()
+LinuxThreadEvent::Waiter& LinuxThreadEvent::takeFirst()
 {
-    if (!first_) {
-        word_.fetch_or(signalled, std::memory_order_acq_rel);
-        return;
-    }
-    do {
-        Waiter* waiter = first_;
-        first_ = waiter->next;
-        word_.fetch_sub(oneWaiter, std::memory_order_acq_rel);
-        waiter->released = true;
-        // Under the lock: the waiter, its condition and perhaps the event are gone once it can run.
-        waiter->wake.notify_one();
-    } while (manualReset_ && first_);
-    if (manualReset_)
-        word_.fetch_or(signalled, std::memory_order_acq_rel);
+    Waiter& waiter = *first_;
+    first_ = waiter.next;
+    word_.fetch_sub(oneWaiter, std::memory_order_acq_rel);
+    waiter.released.store(1, std::memory_order_release);
+    return waiter;
+}
+
+void LinuxThreadEvent::releaseAll()
+{
+    while (first_)
+        futexWake(&takeFirst().released);
+    word_.fetch_or(signalled, std::memory_order_acq_rel);
 }
 
 void LinuxThreadEvent::reset() { word_.fetch_and(~signalled, std::memory_order_acq_rel); }
@@ -86,25 +124,36 @@ bool LinuxThreadEvent::waitUntil(const Clock::time_point* end)
     SubmissionHold::releaseOnThisThread();
     if (takeSignal())
         return true;
-    std::unique_lock lock(mutex_);
     Waiter waiter;
-    if (enqueueOrTakeSignal(waiter))
-        return true;
-    while (!waiter.released) {
-        if (!end) {
-            waiter.wake.wait(lock);
-        } else if (waiter.wake.wait_until(lock, *end) == std::cv_status::timeout && !waiter.released) {
-            remove(waiter);
-            return false;
-        }
+    {
+        const std::lock_guard guard(mutex_);
+        if (enqueueOrTakeSignal(waiter))
+            return true;
     }
-    return true;
+    return sleep(waiter, end);
+}
+
+bool LinuxThreadEvent::sleep(Waiter& waiter, const Clock::time_point* end)
+{
+    bool inTime = true;
+    while (inTime && waiter.released.load(std::memory_order_acquire) == 0)
+        inTime = futexWait(waiter.released, end);
+    // Whoever released this thread is inside the event until the lock is free.
+    const std::lock_guard guard(mutex_);
+    if (waiter.released.load(std::memory_order_relaxed) != 0)
+        return true;
+    remove(waiter);
+    return false;
 }
 
 void LinuxThreadEvent::wait() { waitUntil(nullptr); }
 
 bool LinuxThreadEvent::wait(unsigned timeoutMs)
 {
+    if (timeoutMs == 0) {
+        SubmissionHold::releaseOnThisThread();
+        return takeSignal();
+    }
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     return waitUntil(&end);
 }

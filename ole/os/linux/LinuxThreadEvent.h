@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstdint>
 #include <mutex>
 
 // LinuxThreadEvent: see iThreadEvent.
@@ -31,8 +31,7 @@ private:
     // A waiting thread, on its own stack.
     struct Waiter
     {
-        std::condition_variable wake;
-        bool released = false;
+        std::atomic<std::uint32_t> released{0};  // a futex
         Waiter* next = nullptr;
     };
 
@@ -41,7 +40,10 @@ private:
     // With mutex_ held:
     bool enqueueOrTakeSignal(Waiter& waiter);
     void remove(Waiter& waiter);
-    void releaseWaiters();
+    Waiter& takeFirst();
+    void releaseAll();
+    // Without it: until waiter is released or the time is over.
+    bool sleep(Waiter& waiter, const Clock::time_point* end);
 
     const bool manualReset_;
     std::atomic<unsigned> word_;  // bit 0: signalled; the rest counts the waiters

@@ -21,6 +21,19 @@ std::size_t pageSize()
     return size;
 }
 
+// A block of its own mapping; of huge pages where it has room for some.
+void* mapBlock(void* wish, std::size_t size)
+{
+    void* const block = mmap(wish, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) {
+        setLastErrno(errno);
+        return nullptr;
+    }
+    if (size >= PageArena::hugePageBytes)
+        madvise(block, size, MADV_HUGEPAGE);
+    return block;
+}
+
 }  // namespace
 
 void* PageCache::take(void* wish, std::size_t size)
@@ -36,8 +49,10 @@ void* PageCache::take(void* wish, std::size_t size)
         const std::lock_guard guard(mutex_);
         block = takeKept(whole);
         if (!block)
-            return mapNew(wish, whole);
+            block = takeNew(wish, whole);
     }
+    if (!block)
+        return nullptr;
     unpoisonMemory(block, whole);
     std::memset(static_cast<std::byte*>(block) + size, 0, whole - size);
     return block;
@@ -57,36 +72,68 @@ void* PageCache::takeKept(std::size_t size)
     return block;
 }
 
-void* PageCache::mapNew(void* wish, std::size_t size)
+void* PageCache::takeNew(void* wish, std::size_t size)
 {
-    void* block = mmap(wish, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (block == MAP_FAILED) {
-        setLastErrno(errno);
+    void* block = wish ? nullptr : arena_.take(size);
+    const bool inArena = block != nullptr;
+    if (!inArena)
+        block = mapBlock(wish, size);
+    if (!block)
         return nullptr;
-    }
-    blocks_.insert({block, {size, true}});
+    blocks_.insert({block, {size, true, inArena}});
     ++live_;
     return block;
 }
 
-void PageCache::forget(void* block, Mappings& gone)
+void PageCache::forget(void* block, Gone& gone)
 {
     const auto found = blocks_.find(block);
-    gone.push_back({block, found->second.size});
+    const auto [size, live, inArena] = found->second;
     blocks_.erase(found);
+    if (!inArena)
+        gone.mappings.push_back({block, size});
+    else if (const unsigned chunk = arena_.give(block, size); chunk != PageArena::noChunk)
+        gone.chunks.push_back(chunk);
 }
 
-void PageCache::unmap(const Mappings& gone)
+void PageCache::giveBack(const Gone& gone)
 {
-    for (const Mapping& mapping : gone) {
+    for (const Mapping& mapping : gone.mappings) {
         unpoisonMemory(mapping.block, mapping.size);
         munmap(mapping.block, mapping.size);
     }
+    for (const unsigned chunk : gone.chunks)
+        giveBackChunk(chunk);
+}
+
+void PageCache::giveBackChunk(unsigned chunk)
+{
+    {
+        const std::lock_guard guard(usersMutex_);
+        for (ChunkUser* const user : users_)
+            user->forgetChunk(chunk);
+    }
+    unpoisonMemory(arena_.chunkStart(chunk), PageArena::chunkBytes);
+    arena_.decommit(chunk);
+    const std::lock_guard guard(mutex_);
+    arena_.reuse(chunk);
+}
+
+void PageCache::addUser(ChunkUser* user)
+{
+    const std::lock_guard guard(usersMutex_);
+    users_.push_back(user);
+}
+
+void PageCache::removeUser(ChunkUser* user)
+{
+    const std::lock_guard guard(usersMutex_);
+    users_.erase(std::remove(users_.begin(), users_.end(), user), users_.end());
 }
 
 bool PageCache::give(void* block)
 {
-    Mappings gone;
+    Gone gone;
     {
         const std::lock_guard guard(mutex_);
         const auto found = blocks_.find(block);
@@ -98,11 +145,11 @@ bool PageCache::give(void* block)
         found->second.live = false;
         keep(block, found->second.size, gone);
     }
-    unmap(gone);
+    giveBack(gone);
     return true;
 }
 
-void PageCache::keep(void* block, std::size_t size, Mappings& gone)
+void PageCache::keep(void* block, std::size_t size, Gone& gone)
 {
     if (size > keptBytesMax) {
         forget(block, gone);
@@ -116,7 +163,7 @@ void PageCache::keep(void* block, std::size_t size, Mappings& gone)
     startTrimming();
 }
 
-void PageCache::dropOldest(Mappings& gone)
+void PageCache::dropOldest(Gone& gone)
 {
     auto oldest = kept_.end();
     for (auto i = kept_.begin(); i != kept_.end(); ++i) {
@@ -134,7 +181,7 @@ void PageCache::dropOldest(Mappings& gone)
 
 void PageCache::trim(Clock::time_point keptBefore)
 {
-    Mappings gone;
+    Gone gone;
     {
         const std::lock_guard guard(mutex_);
         for (auto i = kept_.begin(); i != kept_.end();) {
@@ -147,7 +194,7 @@ void PageCache::trim(Clock::time_point keptBefore)
             i = kept.empty() ? kept_.erase(i) : std::next(i);
         }
     }
-    unmap(gone);
+    giveBack(gone);
 }
 
 void PageCache::startTrimming()
@@ -180,6 +227,12 @@ std::size_t PageCache::liveBlocks()
 {
     const std::lock_guard guard(mutex_);
     return live_;
+}
+
+unsigned PageCache::chunksInUse()
+{
+    const std::lock_guard guard(mutex_);
+    return arena_.chunksInUse();
 }
 
 std::size_t PageCache::keptBytes()

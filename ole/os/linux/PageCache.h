@@ -1,5 +1,7 @@
 #pragma once
 
+#include "os/linux/PageArena.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -7,11 +9,22 @@
 #include <unordered_map>
 #include <vector>
 
-// PageCache: page-aligned blocks, recycled by size.
+// ChunkUser: somebody who told the kernel about chunks of the arena, to be used without looking them up.
+class ChunkUser
+{
+public:
+    virtual ~ChunkUser() = default;
+    // No block lies in the chunk and its memory is about to go: the kernel must hold nothing of it any more
+    // when this returns, or transfers into a later block at this place would end in lost pages.
+    virtual void forgetChunk(unsigned chunk) = 0;
+};
+
+// PageCache: page-aligned blocks, recycled by size and cut from an arena of huge pages.
 //
 // Mapping fresh pages for every transfer costs ten times the transfer itself, nearly all of it in page
 // faults. Blocks that come back are therefore kept for the next request of their size, up to a bound; what
-// nobody asks for again goes back to the system after some seconds.
+// nobody asks for again goes back to the system after some seconds. Blocks that the arena does not have,
+// large ones and those beyond its bound, are mappings of their own.
 // Threads:    any; a thread of its own runs while blocks are kept, to give back those that rest.
 // Units:      bytes.
 // Lifetime:   the object must outlive that thread: make it once and leave it.
@@ -31,44 +44,66 @@ public:
     // Returns to the system what was kept at the given time or longer ago.
     void trim(Clock::time_point keptBefore);
 
+    // Tells user about chunks that go, from now until removeUser returns.
+    void addUser(ChunkUser* user);
+    void removeUser(ChunkUser* user);
+    // The chunk in which a piece of memory lies, or PageArena::noChunk, and where chunks begin.
+    [[nodiscard]] unsigned chunkOf(const void* memory, std::size_t size) const
+    {
+        return arena_.chunkOf(memory, size);
+    }
+    [[nodiscard]] void* chunkStart(unsigned chunk) const { return arena_.chunkStart(chunk); }
+
     // Blocks handed out and not given back.
     [[nodiscard]] std::size_t liveBlocks();
     [[nodiscard]] std::size_t keptBytes();
+    // Chunks of the arena that have memory.
+    [[nodiscard]] unsigned chunksInUse();
 
 private:
     struct Block
     {
         std::size_t size;  // whole pages
         bool live;
+        bool inArena;
     };
     struct Kept
     {
         void* block;
         Clock::time_point since;
     };
-    // Mappings that are no longer ours, to be given back without the lock: it takes the kernel a while.
     struct Mapping
     {
         void* block;
         std::size_t size;
     };
-    using Mappings = std::vector<Mapping>;
+    // Memory that nobody has any more, to be given back without the lock: it takes the kernel a while.
+    struct Gone
+    {
+        std::vector<Mapping> mappings;
+        std::vector<unsigned> chunks;
+    };
 
     // With mutex_ held:
     void* takeKept(std::size_t size);
-    void* mapNew(void* wish, std::size_t size);
-    void forget(void* block, Mappings& gone);
-    void keep(void* block, std::size_t size, Mappings& gone);
-    void dropOldest(Mappings& gone);
+    void* takeNew(void* wish, std::size_t size);
+    void forget(void* block, Gone& gone);
+    void keep(void* block, std::size_t size, Gone& gone);
+    void dropOldest(Gone& gone);
     void startTrimming();
 
-    static void unmap(const Mappings& gone);
+    void giveBack(const Gone& gone);
+    void giveBackChunk(unsigned chunk);
     void trimLoop();
 
     std::mutex mutex_;
+    PageArena arena_;
     std::unordered_map<void*, Block> blocks_;                  // live and kept ones
     std::unordered_map<std::size_t, std::vector<Kept>> kept_;  // by size; newest last
     std::size_t keptBytes_ = 0;
     std::size_t live_ = 0;
     bool trimming_ = false;
+
+    std::mutex usersMutex_;  // held while users forget; never taken with mutex_ held
+    std::vector<ChunkUser*> users_;
 };

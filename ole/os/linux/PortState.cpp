@@ -16,7 +16,16 @@ constexpr unsigned oneEntry = 2;
 // The submitting thread and the transfer each hold the port: a transfer may be delivered before the call
 // that submits it has come back.
 constexpr unsigned entriesPerTransfer = 2;
-constexpr auto stuckAfter = std::chrono::milliseconds(100);
+
+// A wake-up costs some microseconds here and on the other processor: help pays where commands are not
+// short and there are enough of them.
+constexpr auto longCommand = std::chrono::microseconds(20);
+constexpr auto longRound = std::chrono::microseconds(100);
+constexpr auto helpFor = std::chrono::milliseconds(100);
+
+constexpr auto betweenLooks = std::chrono::milliseconds(2);
+constexpr unsigned looksUntilGrowth = 50;
+constexpr unsigned looksUntilRest = 50;
 
 // The port whose thread this is; null on all other threads.
 thread_local const PortState* portOfThisThread = nullptr;
@@ -49,7 +58,8 @@ void PortState::start()
             self->watchLoop(watcherLock);
         });
     } catch (const std::system_error&) {
-        // The port works without growth.
+        // The port works without growth, and with a thread that always stands by.
+        helpUntil_ = Clock::time_point::max();
     }
 }
 
@@ -121,21 +131,27 @@ void PortState::takeFinished(TransferList& finished)
     const Lock lock(mutex_);
     ready_.append(finished);
     wakeOneIfNeeded();
-    watchIfAllBusy();
 }
+
+bool PortState::somethingWaits() const { return !ready_.empty() || !collecting_; }
 
 void PortState::wakeOneIfNeeded()
 {
-    if (asleep_ > 0 && (!ready_.empty() || !collecting_))
+    if (asleep_ > 0 && somethingWaits())
         work_.notify_one();
 }
 
 void PortState::deliverLoop(Lock& lock)
 {
+    Round round{Clock::now()};
     while (!ending_) {
         if (LinuxAsyncContext* transfer = ready_.pop()) {
             runCommand(lock, transfer);
-        } else if (!collecting_) {
+            ++round.commands;
+            continue;
+        }
+        endRound(round);
+        if (!collecting_) {
             waitForFinished(lock);
         } else if (threads_.size() > minThreads_) {
             leaveThreads();
@@ -145,7 +161,18 @@ void PortState::deliverLoop(Lock& lock)
             work_.wait(lock);
             --asleep_;
         }
+        round = {Clock::now()};
     }
+}
+
+void PortState::endRound(Round& round)
+{
+    if (round.commands == 0)
+        return;
+    ++rounds_;
+    const Clock::time_point now = Clock::now();
+    if (now - round.start > std::max<Clock::duration>(longRound, longCommand * round.commands))
+        helpUntil_ = now + helpFor;
 }
 
 void PortState::waitForFinished(Lock& lock)
@@ -162,8 +189,10 @@ void PortState::waitForFinished(Lock& lock)
 void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
 {
     ++busy_;
-    wakeOneIfNeeded();
-    watchIfAllBusy();
+    if (helpUntil_ != Clock::time_point())
+        wakeOneIfNeeded();
+    if (!watching_)
+        startWatching();
     lock.unlock();
     {
         Transfer outcome;
@@ -195,50 +224,62 @@ void PortState::leaveThreads()
 
 // --- growth
 
-bool PortState::allBusy() const
+void PortState::startWatching()
 {
-    // The thread in the backend does not see what came from elsewhere.
-    const unsigned away = collecting_ && !ready_.empty() ? 1 : 0;
-    return busy_ + away >= threads_.size();
-}
-
-void PortState::watchIfAllBusy()
-{
-    if (watching_ || !allBusy())
-        return;
     watching_ = true;
-    returnedAtLastLook_ = returned_;
+    returnedAtLook_ = returned_;
+    roundsAtLook_ = rounds_;
+    stuckLooks_ = idleLooks_ = 0;
     watch_.notify_one();
 }
 
 void PortState::watchLoop(Lock& lock)
 {
     while (!ending_) {
-        if (!watching_) {
+        if (watching_) {
+            watch_.wait_for(lock, betweenLooks);
+            look();
+        } else {
             watch_.wait(lock);
-            continue;
         }
-        const auto until = std::chrono::steady_clock::now() + stuckAfter;
-        while (!ending_ && watch_.wait_until(lock, until) == std::cv_status::no_timeout) {
-        }
-        watching_ = allBusy();
-        if (watching_ && !ending_)
-            growIfStuck();
-        returnedAtLastLook_ = returned_;
     }
 }
 
-void PortState::growIfStuck()
+void PortState::look()
 {
-    const bool stuck = returned_ == returnedAtLastLook_;
+    const Clock::time_point now = Clock::now();
+    const bool moved = returned_ != returnedAtLook_;
+    const bool waits = busy_ > 0 && somethingWaits();
+    // Short commands end their round long before the next look.
+    if (waits && rounds_ == roundsAtLook_) {
+        helpUntil_ = now + helpFor;
+        wakeOneIfNeeded();
+    } else if (helpUntil_ < now) {
+        helpUntil_ = {};
+    }
+    stuckLooks_ = waits && !moved ? stuckLooks_ + 1 : 0;
+    if (stuckLooks_ > looksUntilGrowth)
+        addThreadIfAllBusy();
+    // Looking on over short pauses spares those who deliver a wake-up each time.
+    idleLooks_ = moved || busy_ > 0 ? 0 : idleLooks_ + 1;
+    watching_ = idleLooks_ < looksUntilRest;
+    returnedAtLook_ = returned_;
+    roundsAtLook_ = rounds_;
+}
+
+void PortState::addThreadIfAllBusy()
+{
+    // The thread in the backend does not see what came from elsewhere.
+    const unsigned away = collecting_ && !ready_.empty() ? 1 : 0;
     const bool waiting = !ready_.empty() || (!collecting_ && backend_->hasFinished());
-    if (!stuck || !waiting || threads_.size() >= threadsMax)
+    if (busy_ + away < threads_.size() || !waiting || threads_.size() >= threadsMax)
         return;
     // Those that left are past their last use of the lock.
     for (std::thread& thread : left_)
         thread.join();
     left_.clear();
     addThread();
+    stuckLooks_ = 0;
 }
 
 // --- end

@@ -7,6 +7,7 @@
 #include "os/linux/TransferBackend.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -16,10 +17,11 @@
 
 // PortState: the inside of a completion port, shared by the port, its threads and the attached files.
 //
-// The threads take turns: one sleeps in the backend for finished transfers, one runs the command for each
-// of them, the others sleep. A thread that goes to run a command wakes another one when there is
-// something left to do, so that a command that blocks holds up nobody.
-// Growth:     a watching thread adds one while completions wait, all threads are in commands, and none
+// The threads take turns: one sleeps in the backend for finished transfers and then runs the command for
+// each of them, the others sleep. Waking another one for every command costs more than most commands, so
+// it is done only where commands have lately been long; a command that turns out to block is found by the
+// watching thread within a few milliseconds, and another thread takes over, so that it holds up nobody.
+// Growth:     the watching thread adds one while completions wait, all threads are in commands, and none
 //             has come back for 100 ms. A thread above the minimum leaves when it finds nothing to do.
 // Threads:    any, also the port's own.
 // Locks:      mutex_ is held neither while a command runs nor while the backend works.
@@ -59,18 +61,29 @@ private:
     void leave(unsigned entries);
     [[nodiscard]] unsigned entered() const;
 
-    // The rest with mutex_ held through lock.
     using Lock = std::unique_lock<std::mutex>;
+    using Clock = std::chrono::steady_clock;
+
+    // What one thread delivers between two looks at the clock.
+    struct Round
+    {
+        Clock::time_point start;
+        unsigned commands = 0;
+    };
+
+    // The rest with mutex_ held through lock.
     bool addThread();
     void deliverLoop(Lock& lock);
     void waitForFinished(Lock& lock);
     void runCommand(Lock& lock, LinuxAsyncContext* transfer);
+    void endRound(Round& round);
+    [[nodiscard]] bool somethingWaits() const;
     void wakeOneIfNeeded();
     void leaveThreads();
+    void startWatching();
     void watchLoop(Lock& lock);
-    [[nodiscard]] bool allBusy() const;
-    void watchIfAllBusy();
-    void growIfStuck();
+    void look();
+    void addThreadIfAllBusy();
     void joinThreads();
 
     const std::string name_;
@@ -88,10 +101,15 @@ private:
     std::vector<std::thread> left_;  // threads that left and wait to be joined
     std::thread watcher_;
     unsigned asleep_ = 0;
-    unsigned busy_ = 0;      // threads in a command
-    unsigned returned_ = 0;  // commands that came back, modulo 2^32
-    unsigned returnedAtLastLook_ = 0;
-    bool collecting_ = false;  // one thread is in the backend
-    bool watching_ = false;    // the watcher counts the time
+    unsigned busy_ = 0;            // threads in a command
+    unsigned returned_ = 0;        // commands that came back, modulo 2^32
+    bool collecting_ = false;      // one thread is in the backend
+    Clock::time_point helpUntil_;  // commands are long: another thread stands by until then
+    bool watching_ = false;        // the watcher looks from time to time
+    unsigned returnedAtLook_ = 0;
+    unsigned rounds_ = 0;  // that ended, modulo 2^32
+    unsigned roundsAtLook_ = 0;
+    unsigned stuckLooks_ = 0;  // in a row at which a command ran and none had come back
+    unsigned idleLooks_ = 0;   // in a row at which nothing had happened
     bool ending_ = false;
 };

@@ -1,5 +1,8 @@
 #include "os/linux/UringBackend.h"
 
+#include "os/BusyWait.h"
+#include "os/linux/LinuxPageMemory.h"
+
 #include <cerrno>
 #include <chrono>
 #include <sched.h>
@@ -21,12 +24,16 @@ bool passes(int error) { return error == EAGAIN || error == EBUSY || error == EN
 
 }  // namespace
 
+UringBackend::UringBackend(TransferSink& sink) : sink_(sink), memory_(linuxPageCache(), ring_, mutex_) {}
+
 std::unique_ptr<UringBackend> UringBackend::create(TransferSink& sink, int* error)
 {
     std::unique_ptr<UringBackend> backend(new UringBackend(sink));
     *error = backend->ring_.build(submissionEntries, completionEntries);
     if (*error != 0)
         backend.reset();
+    else
+        backend->memory_.start();
     return backend;
 }
 
@@ -35,7 +42,7 @@ void UringBackend::submit(LinuxAsyncContext* transfer, bool more)
     TransferList failed;
     {
         const std::lock_guard guard(mutex_);
-        start(transfer, failed);
+        startOrWait(transfer, failed);
         if (!more)
             handToKernel(failed);
     }
@@ -52,20 +59,28 @@ void UringBackend::flush()
     reportFailed(failed);
 }
 
-void UringBackend::start(LinuxAsyncContext* transfer, TransferList& failed)
+// One result stays free for a wake-up.
+bool UringBackend::hasRoom() const { return underWay_ + 1 < ring_.completionEntries(); }
+
+void UringBackend::startOrWait(LinuxAsyncContext* transfer, TransferList& failed)
 {
-    // One result stays free for a wake-up.
-    if (underWay_ + 1 >= ring_.completionEntries()) {
-        waiting_.push(transfer);
+    if (!someWait_ && hasRoom()) {
+        start(transfer, failed);
         return;
     }
-    Transfer& work = transfer->transfer();
-    const Transfer::Step step = work.nextStep();
+    waiting_.push(transfer);
+    someWait_ = true;
+    startWaiting(failed);
+}
+
+void UringBackend::start(LinuxAsyncContext* transfer, TransferList& failed)
+{
+    const Transfer::Step step = transfer->transfer().nextStep();
     transfer->handOver();
-    if (!ring_.prepare(work.kind(), step, markOf(transfer))) {
+    if (!prepare(transfer, step)) {
         handToKernel(failed);
-        if (!ring_.prepare(work.kind(), step, markOf(transfer))) {
-            work.fail(EAGAIN);
+        if (!prepare(transfer, step)) {
+            transfer->transfer().fail(EAGAIN);
             failed.push(transfer);
             return;
         }
@@ -73,13 +88,20 @@ void UringBackend::start(LinuxAsyncContext* transfer, TransferList& failed)
     ++underWay_;
 }
 
+bool UringBackend::prepare(LinuxAsyncContext* transfer, const Transfer::Step& step)
+{
+    // What goes to the ring's workers is on servers, where the pages cost nothing beside the rest.
+    const unsigned slot = step.onWorker ? UringRing::noSlot : memory_.slotOf(step.memory, step.count);
+    return ring_.prepare(transfer->transfer().kind(), step, slot, markOf(transfer));
+}
+
 void UringBackend::startWaiting(TransferList& failed)
 {
-    while (underWay_ + 1 < ring_.completionEntries()) {
-        LinuxAsyncContext* transfer = waiting_.pop();
-        if (!transfer)
-            return;
-        start(transfer, failed);
+    while (someWait_ && hasRoom()) {
+        if (LinuxAsyncContext* transfer = waiting_.pop())
+            start(transfer, failed);
+        else
+            someWait_ = false;
     }
 }
 
@@ -123,23 +145,35 @@ bool UringBackend::takeResult(const UringRing::Result& result, TransferList& fin
     return true;
 }
 
+// Until there are results or the busy wait is over.
+void UringBackend::lookForResults() const
+{
+    const std::chrono::microseconds limit(os::busyWait());
+    if (limit.count() == 0)
+        return;
+    const auto until = std::chrono::steady_clock::now() + limit;
+    while (!ring_.hasResults() && std::chrono::steady_clock::now() < until)
+        sched_yield();
+}
+
 void UringBackend::collect(TransferList& finished)
 {
+    lookForResults();
     results_.clear();
     ring_.wait(results_, resultsPerCollect);
     unsigned taken = 0;
     for (const UringRing::Result& result : results_)
         taken += takeResult(result, finished) ? 1U : 0U;
 
+    underWay_ -= taken;
+    if (again_.empty() && !someWait_)
+        return;
     TransferList failed;
     const std::lock_guard guard(mutex_);
-    underWay_ -= taken;
-    const bool idle = again_.empty() && waiting_.empty();
     while (LinuxAsyncContext* transfer = again_.pop())
-        start(transfer, failed);
+        startOrWait(transfer, failed);
     startWaiting(failed);
-    if (!idle)
-        handToKernel(failed);
+    handToKernel(failed);
     finished.append(failed);
 }
 

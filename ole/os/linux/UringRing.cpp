@@ -41,15 +41,31 @@ int UringRing::sendTrial()
 
 unsigned UringRing::completionEntries() const { return *ring_->cq.kring_entries; }
 
-bool UringRing::prepare(TransferKind kind, const Transfer::Step& step, std::uint64_t mark)
+int UringRing::makeSlots(unsigned count) { return -io_uring_register_buffers_sparse(ring_.get(), count); }
+
+int UringRing::setSlot(unsigned slot, void* memory, std::size_t bytes)
+{
+    iovec piece = {memory, bytes};
+    __u64 tag = 0;
+    const int result = io_uring_register_buffers_update_tag(ring_.get(), slot, &piece, &tag, 1);
+    return result < 0 ? -result : 0;
+}
+
+bool UringRing::prepare(TransferKind kind, const Transfer::Step& step, unsigned slot, std::uint64_t mark)
 {
     io_uring_sqe* entry = io_uring_get_sqe(ring_.get());
     if (!entry)
         return false;
-    if (kind == TransferKind::read)
+    if (slot == noSlot && kind == TransferKind::read)
         io_uring_prep_read(entry, step.fd, step.memory, step.count, step.position);
-    else
+    else if (slot == noSlot)
         io_uring_prep_write(entry, step.fd, step.memory, step.count, step.position);
+    else if (kind == TransferKind::read)
+        io_uring_prep_read_fixed(entry, step.fd, step.memory, step.count, step.position,
+                                 static_cast<int>(slot));
+    else
+        io_uring_prep_write_fixed(entry, step.fd, step.memory, step.count, step.position,
+                                  static_cast<int>(slot));
     if (step.onWorker)
         io_uring_sqe_set_flags(entry, IOSQE_ASYNC);
     io_uring_sqe_set_data64(entry, mark);

@@ -2,6 +2,7 @@
 
 #include "os/linux/Transfer.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -11,7 +12,8 @@ struct io_uring;
 // UringRing: one submission and completion ring of the kernel.
 //
 // Requests carry a 64-bit mark that comes back with their result; 0 is for wake-ups.
-// Threads:    prepare, submit and takeBack under one lock of the caller's; wait and hasResults on one
+// Threads:    prepare, setSlot, submit and takeBack under one lock of the caller's; wait and hasResults on
+// one
 //             thread at a time, beside them.
 // Errors:     errno values, 0 for success.
 class UringRing
@@ -37,8 +39,18 @@ public:
     // Requests that may be under way without results being lost.
     [[nodiscard]] unsigned completionEntries() const;
 
-    // Puts a request into the ring. False when the ring is full: submit first.
-    [[nodiscard]] bool prepare(TransferKind kind, const Transfer::Step& step, std::uint64_t mark);
+    // Memory that the kernel keeps mapped for this ring, by slot. Makes a table of empty slots; what fails
+    // here (old kernels, limits) leaves a ring without slots that does all else.
+    [[nodiscard]] int makeSlots(unsigned count);
+    // Fills a slot, or empties it when memory is null. The pages are pinned from then on: the memory must
+    // not be given back to the system before its slot is emptied.
+    [[nodiscard]] int setSlot(unsigned slot, void* memory, std::size_t bytes);
+    static constexpr unsigned noSlot = ~0U;
+
+    // Puts a request into the ring. slot: one that holds all of the step's memory, or noSlot. False when
+    // the ring is full: submit first.
+    [[nodiscard]] bool prepare(TransferKind kind, const Transfer::Step& step, unsigned slot,
+                               std::uint64_t mark);
     [[nodiscard]] bool prepareWakeUp();
 
     // Hands what is prepared to the kernel. After an error the rest stays prepared.
