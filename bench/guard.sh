@@ -7,5 +7,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 root=$(dirname "$here")
 source "$root/scripts/packages.sh"
 source "$here/build.sh"
-build_bench
-exec /usr/bin/python3 "$here/guard.py" --program "$bench_program" "$@"
+need_packages "${build_packages[@]}" "${guard_packages[@]}"
+build=${FSYS_GUARD_BUILD:-$root/build/guard}
+build_bench "$build" -DFSYS_BENCH_PEERS=OFF
+exec /usr/bin/python3 "$here/guard.py" --program "$build/bench/fsys_bench" "$@"

@@ -8,6 +8,8 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 root=$(dirname "$here")
 source "$root/scripts/packages.sh"
 source "$here/build.sh"
-build_bench
+need_packages "${build_packages[@]}" "${bench_packages[@]}"
+build=${FSYS_BENCH_BUILD:-$root/build/bench}
+build_bench "$build"
 # Debian's own Python, for which its packages are.
-exec /usr/bin/python3 "$here/run.py" --program "$bench_program" "$@"
+exec /usr/bin/python3 "$here/run.py" --program "$build/bench/fsys_bench" "$@"

@@ -22,7 +22,8 @@ build_packages=(g++ cmake ninja-build pkg-config ccache liburing-dev libmount-de
 test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
     xxhash e2fsprogs xfsprogs util-linux mount)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3
-    python3-matplotlib valgrind)
+    python3-matplotlib)
+guard_packages=(python3 valgrind)
 
 # Compiler launcher for cmake; objects that did not change are not compiled again, whatever the folder.
 ccache_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)

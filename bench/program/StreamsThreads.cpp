@@ -4,12 +4,9 @@
 // stays on the disk. The dropping is not the stream's work: see CacheDropper.
 
 #include "CacheDropper.h"
+#include "FrameSource.h"
 #include "Streams.h"
 #include "TestFile.h"
-
-extern "C" {
-#include <libavformat/avio.h>
-}
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -23,14 +20,6 @@ extern "C" {
 namespace {
 
 constexpr std::size_t aheadPieceBytes = std::size_t{128} << 10;
-
-// How the thread gets one frame.
-class FrameSource
-{
-public:
-    virtual ~FrameSource() = default;
-    virtual void read(unsigned char* buffer, std::size_t bytes, std::uint64_t position) = 0;
-};
 
 class PreadSource : public FrameSource
 {
@@ -51,33 +40,10 @@ private:
     const std::size_t pieceBytes_;
 };
 
-class FfmpegSource : public FrameSource
-{
-public:
-    explicit FfmpegSource(const std::string& path)
-    {
-        if (avio_open(&context_, ("file:" + path).c_str(), AVIO_FLAG_READ) < 0)
-            throw std::runtime_error("avio_open");
-    }
-    ~FfmpegSource() override { avio_close(context_); }
-    void read(unsigned char* buffer, std::size_t bytes, std::uint64_t position) override
-    {
-        if (position != at_ && avio_seek(context_, static_cast<std::int64_t>(position), SEEK_SET) < 0)
-            throw std::runtime_error("avio_seek");
-        if (avio_read(context_, buffer, static_cast<int>(bytes)) != static_cast<int>(bytes))
-            throw std::runtime_error("avio_read");
-        at_ = position + bytes;
-    }
-
-private:
-    AVIOContext* context_ = nullptr;
-    std::uint64_t at_ = 0;
-};
-
 std::unique_ptr<FrameSource> makeSource(const std::string& path, const Work& work)
 {
     if (work.peer == "ffmpeg")
-        return std::make_unique<FfmpegSource>(path);
+        return makeFfmpegSource(path);
     if (work.peer == "ahead")
         return std::make_unique<PreadSource>(path, Mode::cold, aheadPieceBytes);
     return std::make_unique<PreadSource>(path, Mode::unbuffered, work.block);

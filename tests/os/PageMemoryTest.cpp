@@ -222,6 +222,7 @@ TEST(PageMemory, BlocksThatTheArenaHasNotAreMappingsOfTheirOwn)
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(cache.chunksInUse(), 0U);
     EXPECT_EQ(cache.chunkOf(block, large), PageArena::noChunk);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % PageArena::hugePageBytes, 0U);
     EXPECT_TRUE(cache.give(block));
     EXPECT_EQ(cache.take(nullptr, large), block);
     EXPECT_TRUE(cache.give(block));

@@ -21,16 +21,35 @@ std::size_t pageSize()
     return size;
 }
 
-// A block of its own mapping; of huge pages where it has room for some.
+void* mapPages(void* wish, std::size_t size)
+{
+    void* const pages = mmap(wish, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return pages == MAP_FAILED ? nullptr : pages;
+}
+
+// Of huge pages as far as they reach: a little more is mapped, and what lies before the first of them and
+// behind the block is cut off.
+void* mapHugePages(std::size_t size)
+{
+    constexpr std::size_t huge = PageArena::hugePageBytes;
+    auto* const start = static_cast<std::byte*>(mapPages(nullptr, size + huge));
+    if (!start)
+        return nullptr;
+    const std::size_t before = (huge - reinterpret_cast<std::uintptr_t>(start) % huge) % huge;
+    if (before != 0)
+        munmap(start, before);
+    if (before != huge)
+        munmap(start + before + size, huge - before);
+    madvise(start + before, size, MADV_HUGEPAGE);
+    return start + before;
+}
+
+// A block of its own mapping; null, with the last error set, when there is no memory.
 void* mapBlock(void* wish, std::size_t size)
 {
-    void* const block = mmap(wish, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (block == MAP_FAILED) {
+    void* const block = wish || size < PageArena::hugePageBytes ? mapPages(wish, size) : mapHugePages(size);
+    if (!block)
         setLastErrno(errno);
-        return nullptr;
-    }
-    if (size >= PageArena::hugePageBytes)
-        madvise(block, size, MADV_HUGEPAGE);
     return block;
 }
 
