@@ -14,33 +14,47 @@ namespace {
 
 constexpr std::size_t clipDigits = 16;
 constexpr std::size_t channelDigits = 2;
-constexpr std::size_t completeLength = 1 + clipDigits + channelDigits;
+static_assert(Cookie::completeLength == 1 + clipDigits + channelDigits);
 
 constexpr bool canHold(CookieType type) { return type == CookieTypeVision || type == CookieTypeSound; }
 
-std::string_view withoutBlanks(std::string_view text)
+// Texts of both widths are parsed as they are: a cookie has ASCII characters only.
+template <class CharT>
+using View = std::basic_string_view<CharT>;
+
+template <class CharT>
+constexpr bool isBlank(CharT character)
 {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    return character == CharT(' ') || character == CharT('\t');
 }
 
-std::optional<unsigned> digitValue(char digit)
+template <class CharT>
+View<CharT> withoutBlanks(View<CharT> text)
 {
-    if (digit >= '0' && digit <= '9')
-        return static_cast<unsigned>(digit - '0');
-    if (digit >= 'A' && digit <= 'F')
-        return static_cast<unsigned>(digit - 'A' + 10);
-    if (digit >= 'a' && digit <= 'f')
-        return static_cast<unsigned>(digit - 'a' + 10);
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+template <class CharT>
+std::optional<unsigned> digitValue(CharT digit)
+{
+    if (digit >= CharT('0') && digit <= CharT('9'))
+        return static_cast<unsigned>(digit - CharT('0'));
+    if (digit >= CharT('A') && digit <= CharT('F'))
+        return static_cast<unsigned>(digit - CharT('A') + 10);
+    if (digit >= CharT('a') && digit <= CharT('f'))
+        return static_cast<unsigned>(digit - CharT('a') + 10);
     return std::nullopt;
 }
 
-std::optional<std::uint64_t> parseHex(std::string_view digits)
+template <class CharT>
+std::optional<std::uint64_t> parseHex(View<CharT> digits)
 {
     std::uint64_t value = 0;
-    for (const char digit : digits) {
+    for (const CharT digit : digits) {
         const std::optional<unsigned> part = digitValue(digit);
         if (!part)
             return std::nullopt;
@@ -49,22 +63,25 @@ std::optional<std::uint64_t> parseHex(std::string_view digits)
     return value;
 }
 
-std::optional<CookieType> parseType(char letter)
+template <class CharT>
+std::optional<CookieType> parseType(CharT letter)
 {
-    if (letter == 'V' || letter == 'v')
+    if (letter == CharT('V') || letter == CharT('v'))
         return CookieTypeVision;
-    if (letter == 'S' || letter == 's')
+    if (letter == CharT('S') || letter == CharT('s'))
         return CookieTypeSound;
     return std::nullopt;
 }
 
-Cookie parseShort(std::string_view text)
+template <class CharT>
+Cookie parseShort(View<CharT> text)
 {
     const std::optional<std::uint64_t> clip = parseHex(text);
     return clip ? Cookie(CookieTypeVision, *clip, 0) : Cookie();
 }
 
-Cookie parseComplete(std::string_view text)
+template <class CharT>
+Cookie parseComplete(View<CharT> text)
 {
     const std::optional<CookieType> type = parseType(text[0]);
     const std::optional<std::uint64_t> clip = parseHex(text.substr(1, clipDigits));
@@ -74,10 +91,11 @@ Cookie parseComplete(std::string_view text)
     return {*type, *clip, static_cast<unsigned char>(*channel)};
 }
 
-Cookie parse(std::string_view text, bool complete)
+template <class CharT>
+Cookie parse(View<CharT> text, bool complete)
 {
-    const std::string_view stem = withoutBlanks(text);
-    if (stem.size() == completeLength)
+    const View<CharT> stem = withoutBlanks(text);
+    if (stem.size() == Cookie::completeLength)
         return parseComplete(stem);
     if (stem.size() == clipDigits && !complete)
         return parseShort(stem);
@@ -121,7 +139,10 @@ Cookie::Cookie(CookieType type, std::uint64_t clip, unsigned char channel) noexc
 
 Cookie::Cookie(const LightweightString<char>& text, bool complete) : Cookie(parse(text.view(), complete)) {}
 
-Cookie::Cookie(const LightweightString<wchar_t>& text, bool complete) : Cookie(toUTF8(text), complete) {}
+Cookie::Cookie(const LightweightString<wchar_t>& text, bool complete) : Cookie(parse(text.view(), complete))
+{}
+
+Cookie Cookie::fromCompleteForm(std::wstring_view text) noexcept { return parse(text, true); }
 
 Cookie Cookie::makeNew(CookieType type)
 {

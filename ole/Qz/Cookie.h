@@ -4,7 +4,9 @@
 #include "Qz/LightweightString.h"
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 enum CookieType : char {
     CookieTypeVision = 'V',
@@ -26,6 +28,9 @@ enum CookieType : char {
 class QZ_API Cookie
 {
 public:
+    // Characters of the complete form.
+    static constexpr std::size_t completeLength = 19;
+
     // An invalid cookie.
     Cookie() noexcept = default;
     // REQUIRES: type is CookieTypeVision or CookieTypeSound; any other makes an invalid cookie.
@@ -34,7 +39,8 @@ public:
     // then names vision channel 0 of the clip.
     Cookie(const LightweightString<char>& text, bool complete);
     Cookie(const LightweightString<wchar_t>& text, bool complete);
-
+    // Parses the complete form, without taking memory.
+    [[nodiscard]] static Cookie fromCompleteForm(std::wstring_view text) noexcept;
     // A cookie that no other call, process or machine has made: time and random bits.
     [[nodiscard]] static Cookie makeNew(CookieType type = CookieTypeVision);
 

@@ -31,6 +31,17 @@ public:
     LightweightString(const CharT* text) : LightweightString(viewOf(text)) {}
     LightweightString(View text) : body_(text.data() ? Body::make(text, text.size()) : nullptr) {}
     LightweightString(const std::basic_string<CharT>& text) : LightweightString(View(text)) {}
+    // A text of size characters that write puts where it is told, in one allocation. write must not throw.
+    template <class Write>
+    [[nodiscard]] static LightweightString written(std::size_t size, Write write)
+    {
+        LightweightString result;
+        result.body_ = Body::make(View(), size);
+        write(result.body_->text());
+        result.body_->size = size;
+        result.body_->text()[size] = CharT(0);
+        return result;
+    }
     LightweightString(const LightweightString& other) noexcept : body_(other.body_)
     {
         if (body_)
