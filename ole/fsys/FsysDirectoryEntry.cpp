@@ -10,33 +10,51 @@
 #include <algorithm>
 #include <mutex>
 
-using FileRecords::isPresent;
 using FileRecords::isSameFile;
+
+namespace {
+
+// A real file that was just found is there; whether a link's target is stays to be tested.
+unsigned foundStatus(std::uint64_t size, unsigned statusBefore)
+{
+    return size == MaterialLink::linkFileSize ? statusBefore : eStatusOnline;
+}
+
+}  // namespace
 
 FsysDirectoryEntry::FsysDirectoryEntry() = default;
 FsysDirectoryEntry::~FsysDirectoryEntry() = default;
 
-std::uint64_t FsysDirectoryEntry::fileSize() const { return highResFile_.size; }
+FsysDirectoryEntry::FsysDirectoryEntry(DriveId drive, const FolderName& folder, std::wstring_view name,
+                                       std::uint64_t size)
+    : highRes_(drive, folder, name, size, foundStatus(size, eStatusUnknown))
+{}
 
-bool FsysDirectoryEntry::isLinked() const { return highResFile_.isLinkFile(); }
+std::uint64_t FsysDirectoryEntry::fileSize() const
+{
+    const std::lock_guard hold(guard_);
+    return highRes_.sizeBytes();
+}
+
+bool FsysDirectoryEntry::isLinked() const { return fileSize() == MaterialLink::linkFileSize; }
 
 const std::list<MediaFileInfo>& FsysDirectoryEntry::getProxyFiles() const
 {
     static const Proxies& none = *new Proxies;  // never destroyed: callers may keep the reference to the end
     const std::lock_guard hold(guard_);
-    return proxyFiles_ ? *proxyFiles_ : none;
+    return extras_ ? extras_->proxies : none;
 }
 
 MediaFileInfo FsysDirectoryEntry::getHighResFile() const
 {
     const std::lock_guard hold(guard_);
-    return highResFile_;
+    return highRes();
 }
 
 std::list<MediaFileInfo> FsysDirectoryEntry::copyProxyFiles() const
 {
     const std::lock_guard hold(guard_);
-    return proxyFiles_ ? *proxyFiles_ : Proxies();
+    return extras_ ? extras_->proxies : Proxies();
 }
 
 LightweightString<wchar_t> FsysDirectoryEntry::getLinkedFilename() const
@@ -62,7 +80,9 @@ LightweightString<wchar_t> FsysDirectoryEntry::getLinkFileName() const
 void FsysDirectoryEntry::setLinkedFilename(const LightweightString<wchar_t>& name) const
 {
     const std::lock_guard hold(guard_);
-    highResFile_.storeLinkedFilename(name);
+    MediaFileInfo::Details& details = extras().highRes;
+    details.linkedFilename = name;
+    details.linkKnown = true;
 }
 
 bool FsysDirectoryEntry::realiseLinks(bool overwrite)
@@ -83,8 +103,7 @@ void FsysDirectoryEntry::updateLinks(const DriveId& destDrive)
                "ole/fsys/FsysDirectoryEntry line 252");
 
     const std::lock_guard hold(guard_);
-    highResFile_.setMaterialFilename(
-        MaterialFilename(destDrive, highResFile_.getMaterialFilename().getPath()));
+    highRes_.setDrive(destDrive);
     ++changes_;
 }
 
@@ -97,20 +116,25 @@ void FsysDirectoryEntry::updateFileSize()
     const bool online = Qz::verify(size > 0, "highResFile_.size > 0", "ole/fsys/FsysDirectoryEntry line 436");
 
     const std::lock_guard hold(guard_);
-    if (!isSameFile(file, highResFile_))
+    if (!isSameFile(file, highRes()))
         return;
-    highResFile_.size = size;
+    highRes_.setSizeBytes(size);
     if (online)
-        highResFile_.status = eStatusOnline;
+        highRes_.setStatus(eStatusOnline);
     ++changes_;
 }
 
 void FsysDirectoryEntry::addFile(const Cookie& cookie, const MediaFileInfo& file)
 {
     if (!file.isProxy())
-        replaceHighRes(file);
+        replaceHighRes(StoredFile(file.getMaterialFilename(), file.size, file.status), file.getDetails());
     else if (insertProxy(file))
         registerSoundChannels(cookie, file);
+}
+
+void FsysDirectoryEntry::addListed(FsysDirectoryEntry& listed)
+{
+    replaceHighRes(std::move(listed.highRes_), MediaFileInfo::Details());
 }
 
 void FsysDirectoryEntry::addProxyFile(const MediaFileInfo& file) { insertProxy(file); }
@@ -125,18 +149,38 @@ void FsysDirectoryEntry::registerSoundChannels(const Cookie& cookie, const Media
                                   proxy);
 }
 
-void FsysDirectoryEntry::replaceHighRes(const MediaFileInfo& file)
+void FsysDirectoryEntry::replaceHighRes(StoredFile file, const MediaFileInfo::Details& details)
 {
     const std::lock_guard hold(guard_);
-    if (highResFile_.size > MaterialLink::linkFileSize && file.isLinkFile())
+    if (highRes_.sizeBytes() > MaterialLink::linkFileSize && file.sizeBytes() == MaterialLink::linkFileSize)
         return;
     // Deliberate: also when the same file is found again, which then is its own proxy.
-    if (isPresent(highResFile_) && (!proxyFiles_ || proxyFiles_->empty()))
-        appendProxy(highResFile_);
-    highResFile_ = file;
-    if (!file.isLinkFile())
-        highResFile_.status = eStatusOnline;
+    if (highRes_.isPresent() && !hasListedProxies())
+        appendProxy(highRes());
+    file.setStatus(foundStatus(file.sizeBytes(), file.status()));
+    setHighRes(std::move(file), details);
     ++changes_;
+}
+
+void FsysDirectoryEntry::setHighRes(StoredFile file, const MediaFileInfo::Details& details)
+{
+    const bool isPlain = !details.linkKnown && details.proxyHeight == 0 && details.proxyAudioChannels == 0;
+    if (extras_ || !isPlain)
+        extras().highRes = details;
+    highRes_ = std::move(file);
+}
+
+MediaFileInfo FsysDirectoryEntry::highRes() const
+{
+    return {highRes_.filename(), extras_ ? extras_->highRes : MediaFileInfo::Details(), highRes_.sizeBytes(),
+            highRes_.status()};
+}
+
+FsysDirectoryEntry::Extras& FsysDirectoryEntry::extras() const
+{
+    if (!extras_)
+        extras_ = std::make_unique<Extras>();
+    return *extras_;
 }
 
 bool FsysDirectoryEntry::insertProxy(const MediaFileInfo& file)
@@ -149,20 +193,19 @@ bool FsysDirectoryEntry::appendProxy(const MediaFileInfo& file)
 {
     if (findProxyRecord(file))
         return false;
-    if (!proxyFiles_)
-        proxyFiles_ = std::make_unique<Proxies>();
-    proxyFiles_->push_back(file);
+    extras().proxies.push_back(file);
     ++changes_;
     return true;
 }
 
 MediaFileInfo* FsysDirectoryEntry::findProxyRecord(const MediaFileInfo& file) const
 {
-    if (!proxyFiles_)
+    if (!extras_)
         return nullptr;
-    const auto found = std::find_if(proxyFiles_->begin(), proxyFiles_->end(),
+    Proxies& proxies = extras_->proxies;
+    const auto found = std::find_if(proxies.begin(), proxies.end(),
                                     [&](const MediaFileInfo& proxy) { return isSameFile(proxy, file); });
-    return found == proxyFiles_->end() ? nullptr : &*found;
+    return found == proxies.end() ? nullptr : &*found;
 }
 
 void FsysDirectoryEntry::removeFile(const MediaFileInfo& file)
@@ -172,11 +215,9 @@ void FsysDirectoryEntry::removeFile(const MediaFileInfo& file)
         return;
     }
     const std::lock_guard hold(guard_);
-    const MaterialFilename& current = highResFile_.getMaterialFilename();
-    if (current.getPath() != file.getMaterialFilename().getPath() ||
-        current.getDrive() != file.getMaterialFilename().getDrive())
+    if (!highRes_.isNamed(file.getMaterialFilename()))
         return;
-    highResFile_ = MediaFileInfo();
+    setHighRes(StoredFile(), MediaFileInfo::Details());
     ++changes_;
 }
 
@@ -189,7 +230,7 @@ void FsysDirectoryEntry::removeProxyFile(const LightweightString<wchar_t>& physi
     const std::lock_guard hold(guard_);
     for (const Copy& copy : leaving)
         if (const MediaFileInfo* record = findProxyRecord(copy.file)) {
-            proxyFiles_->remove_if([&](const MediaFileInfo& proxy) { return &proxy == record; });
+            extras_->proxies.remove_if([&](const MediaFileInfo& proxy) { return &proxy == record; });
             ++changes_;
         }
 }

@@ -9,11 +9,13 @@
 #include "fsys/MaterialFilename.h"
 #include "fsys/MediaFileInfo.h"
 #include "fsys/ShortGuard.h"
+#include "fsys/StoredFile.h"
 
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 // FsysDirectoryEntry: the media files of one cookie: the full-resolution (high-res) file, if any, and the
@@ -27,7 +29,9 @@
 // Statuses:   tested when a query first needs them, then kept until the file is added again.
 // Links:      a high-res file of exactly 512 bytes is a link file, whatever it holds.
 // Masks:      media types are eHighRes, eProxy or both.
-class FSYS_API FsysDirectoryEntry : public iObject
+// Size:       entries exist by the million. The high-res file is kept small and its record is made when it is
+//             asked for; what most clips have none of lies beside the entry.
+class FSYS_API FsysDirectoryEntry final : public iObject
 {
 public:
     FsysDirectoryEntry();
@@ -123,7 +127,8 @@ public:
     unsigned deleteFiles(unsigned mediaTypes);
 
 private:
-    friend class SystemCache;  // for what it asks of each channel of a shot, without copying records
+    friend class SystemCache;      // for what it asks of each channel of a shot, without copying records
+    friend class SystemCacheScan;  // makes and merges entries of listed files
     using Proxies = std::list<MediaFileInfo>;
 
     // A record to work on while the entry may change.
@@ -133,6 +138,18 @@ private:
         bool fromProxies;
         std::uint32_t changes;  // of the entry when the copy was made
     };
+
+    // What most clips have none of.
+    struct Extras
+    {
+        MediaFileInfo::Details highRes;
+        Proxies proxies;
+    };
+
+    // An entry of a high-res file that a scan has just found, and nothing else.
+    FsysDirectoryEntry(DriveId drive, const FolderName& folder, std::wstring_view name, std::uint64_t size);
+    // As addFile does with the file that listed was made of; listed has no file afterwards.
+    void addListed(FsysDirectoryEntry& listed);
 
     [[nodiscard]] MaterialFilename primaryFilename() const;
     [[nodiscard]] DriveId highResDrive() const;
@@ -154,15 +171,20 @@ private:
     [[nodiscard]] bool someProxyIsOnline() const;
 
     bool insertProxy(const MediaFileInfo& file);
-    void replaceHighRes(const MediaFileInfo& file);
+    void replaceHighRes(StoredFile file, const MediaFileInfo::Details& details);
     static void registerSoundChannels(const Cookie& cookie, const MediaFileInfo& proxy);
 
     // These REQUIRE that the caller holds guard_.
+    [[nodiscard]] MediaFileInfo highRes() const;
+    void setHighRes(StoredFile file, const MediaFileInfo::Details& details);
+    void writeBackHighRes(const MediaFileInfo& copy) const;
+    [[nodiscard]] Extras& extras() const;
+    [[nodiscard]] bool hasListedProxies() const { return extras_ && !extras_->proxies.empty(); }
     [[nodiscard]] MediaFileInfo* findProxyRecord(const MediaFileInfo& file) const;
     bool appendProxy(const MediaFileInfo& file);
 
-    MediaFileInfo highResFile_;
-    std::unique_ptr<Proxies> proxyFiles_;  // made with the first proxy and then kept: most clips have none
+    mutable StoredFile highRes_;
+    mutable std::unique_ptr<Extras> extras_;  // made on first use and then kept, for getProxyFiles
+    std::uint32_t changes_ = 0;               // of the records; wraps
     mutable ShortGuard guard_;
-    std::uint32_t changes_ = 0;  // of the records; wraps
 };

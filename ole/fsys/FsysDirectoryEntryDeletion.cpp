@@ -85,15 +85,15 @@ unsigned FsysDirectoryEntry::deleteFiles(unsigned mediaTypes)
         for (const MediaFileInfo& proxy : copyProxyFiles())
             deleteOne(proxy);
         const std::lock_guard hold(guard_);
-        if (proxyFiles_)
-            proxyFiles_->clear();
+        if (extras_)
+            extras_->proxies.clear();
         ++changes_;
     }
     if ((mediaTypes & eHighRes) != 0) {
         if (const MediaFileInfo file = getHighResFile(); FileRecords::isPresent(file))
             deleteOne(file);
         const std::lock_guard hold(guard_);
-        highResFile_ = MediaFileInfo();
+        setHighRes(StoredFile(), MediaFileInfo::Details());
         ++changes_;
     }
     return result;

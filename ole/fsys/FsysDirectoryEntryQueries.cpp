@@ -88,56 +88,59 @@ unsigned FsysDirectoryEntry::testProxies() const
     return online || someProxyIsOnline() ? eStatusOnline : eStatusUnknown;
 }
 
-unsigned FsysDirectoryEntry::highResStatus() const { return highResFile_.status; }
+unsigned FsysDirectoryEntry::highResStatus() const
+{
+    const std::lock_guard hold(guard_);
+    return highRes_.status();
+}
 
 bool FsysDirectoryEntry::someProxyIsOnline() const
 {
     const std::lock_guard hold(guard_);
-    return proxyFiles_ &&
-           std::any_of(proxyFiles_->begin(), proxyFiles_->end(),
-                       [](const MediaFileInfo& proxy) { return proxy.status == eStatusOnline; });
+    return extras_ && std::any_of(extras_->proxies.begin(), extras_->proxies.end(),
+                                  [](const MediaFileInfo& proxy) { return proxy.status == eStatusOnline; });
 }
 
 MaterialFilename FsysDirectoryEntry::primaryFilename() const
 {
     const std::lock_guard hold(guard_);
-    if (isPresent(highResFile_))
-        return highResFile_.getMaterialFilename();
-    if (proxyFiles_ && !proxyFiles_->empty())
-        return proxyFiles_->front().getMaterialFilename();
+    if (highRes_.isPresent())
+        return highRes_.filename();
+    if (hasListedProxies())
+        return extras_->proxies.front().getMaterialFilename();
     return {};
 }
 
 DriveId FsysDirectoryEntry::highResDrive() const
 {
     const std::lock_guard hold(guard_);
-    return highResFile_.getMaterialFilename().getDrive();
+    return highRes_.drive();
 }
 
 bool FsysDirectoryEntry::hasHighResFile() const
 {
     const std::lock_guard hold(guard_);
-    return isPresent(highResFile_);
+    return highRes_.isPresent();
 }
 
 bool FsysDirectoryEntry::hasProxies() const
 {
     const std::lock_guard hold(guard_);
-    return proxyFiles_ && !proxyFiles_->empty();
+    return hasListedProxies();
 }
 
 FsysDirectoryEntry::Copy FsysDirectoryEntry::copyHighRes() const
 {
     const std::lock_guard hold(guard_);
-    return {highResFile_, false, changes_};
+    return {highRes(), false, changes_};
 }
 
 std::vector<FsysDirectoryEntry::Copy> FsysDirectoryEntry::copyProxies() const
 {
     std::vector<Copy> copies;
     const std::lock_guard hold(guard_);
-    if (proxyFiles_)
-        for (const MediaFileInfo& proxy : *proxyFiles_)
+    if (extras_)
+        for (const MediaFileInfo& proxy : extras_->proxies)
             copies.push_back({proxy, true, changes_});
     return copies;
 }
@@ -146,8 +149,8 @@ std::vector<FsysDirectoryEntry::Copy> FsysDirectoryEntry::copyUntestedProxies() 
 {
     std::vector<Copy> copies;
     const std::lock_guard hold(guard_);
-    if (proxyFiles_)
-        for (const MediaFileInfo& proxy : *proxyFiles_)
+    if (extras_)
+        for (const MediaFileInfo& proxy : extras_->proxies)
             if (proxy.status == eStatusUnknown)
                 copies.push_back({proxy, true, changes_});
     return copies;
@@ -156,8 +159,8 @@ std::vector<FsysDirectoryEntry::Copy> FsysDirectoryEntry::copyUntestedProxies() 
 std::optional<FsysDirectoryEntry::Copy> FsysDirectoryEntry::copyProxyOfHeight(unsigned minHeight) const
 {
     const std::lock_guard hold(guard_);
-    if (proxyFiles_)
-        for (const MediaFileInfo& proxy : *proxyFiles_)
+    if (extras_)
+        for (const MediaFileInfo& proxy : extras_->proxies)
             if (proxy.getProxyHeight() >= minHeight)
                 return Copy{proxy, true, changes_};
     return {};
@@ -168,13 +171,23 @@ void FsysDirectoryEntry::writeBack(const Copy& copy) const
     const std::lock_guard hold(guard_);
     if (changes_ != copy.changes)
         return;
-    const MediaFileInfo* record = copy.fromProxies ? findProxyRecord(copy.file) : &highResFile_;
+    if (!copy.fromProxies)
+        return writeBackHighRes(copy.file);
+    const MediaFileInfo* record = findProxyRecord(copy.file);
     if (!record)
         return;
     if (record->status == eStatusUnknown)
         record->status = copy.file.status.load();
     if (record->getLinkState() != 0 && copy.file.getLinkState() == 0)
         record->storeLinkedFilename(copy.file.readLinkedFilename());
+}
+
+void FsysDirectoryEntry::writeBackHighRes(const MediaFileInfo& copy) const
+{
+    if (highRes_.status() == eStatusUnknown)
+        highRes_.setStatus(copy.status);
+    if (copy.getLinkState() == 0 && !(extras_ && extras_->highRes.linkKnown))
+        extras().highRes = copy.getDetails();
 }
 
 LightweightString<wchar_t> FsysDirectoryEntry::askPhysicalFilename(const Copy& copy, bool resolve) const

@@ -19,6 +19,24 @@ MediaFileInfo::MediaFileInfo(const MaterialFilename& file, const LightweightStri
     readProxyFields();
 }
 
+MediaFileInfo::MediaFileInfo(const MaterialFilename& file, const Details& details, std::uint64_t sizeBytes,
+                             unsigned statusBefore)
+    : materialFilename_(file),
+      linkState_(details.linkKnown ? linkStored : linkNotRead),
+      linkedFilename_(details.linkedFilename),
+      proxyHeight_(details.proxyHeight),
+      proxyAudioChannels_(details.proxyAudioChannels),
+      size(sizeBytes),
+      status(statusBefore)
+{}
+
+MediaFileInfo::Details MediaFileInfo::getDetails() const
+{
+    Details details{false, {}, proxyHeight_, proxyAudioChannels_};
+    details.linkKnown = copyStoredFilename(details.linkedFilename);
+    return details;
+}
+
 MediaFileInfo::MediaFileInfo(const MediaFileInfo& other)
     : Qz::InternalRefCount(other),
       iObject(other),

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 // MediaFileInfo: one media file of a clip, full resolution or proxy. The cache keeps one for every media
 // file of every location, by value.
@@ -81,8 +82,24 @@ public:
     [[nodiscard]] static unsigned int getProxyAudioChannels(const LightweightString<wchar_t>& name);
     // True when name carries a height, or is a path with a file "proxy-..." in a directory "proxy".
     [[nodiscard]] static bool isProxy(const LightweightString<wchar_t>& name);
+    // False when no name that holds this text in one piece can be a proxy for its sake.
+    [[nodiscard]] static bool hasProxyWord(std::wstring_view text) noexcept;
 
 private:
+    friend class FsysDirectoryEntry;  // keeps records in a smaller form and makes them again
+
+    // What a record holds beside its name, size and status.
+    struct Details
+    {
+        bool linkKnown = false;
+        LightweightString<wchar_t> linkedFilename;
+        std::uint32_t proxyHeight = 0;
+        std::uint32_t proxyAudioChannels = 0;
+    };
+    // The record as it was, whatever its name would tell today.
+    MediaFileInfo(const MaterialFilename& file, const Details& details, std::uint64_t size, unsigned status);
+    [[nodiscard]] Details getDetails() const;
+
     enum : std::uint32_t { linkStored = 0, linkNotRead = 1, linkBeingStored = 2 };
 
     void readProxyFields();

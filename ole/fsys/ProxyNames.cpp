@@ -13,6 +13,7 @@
 
 namespace {
 
+constexpr std::wstring_view proxyWord = L"proxy";
 constexpr std::wstring_view scanBlanks = L" \t\n\v\f\r";
 
 // Reads a decimal number as "%d" of scanf does: white space, a sign, digits, anything behind them. The
@@ -57,7 +58,7 @@ LightweightString<wchar_t> MediaFileInfo::makeProxyName(LightweightString<wchar_
 unsigned int MediaFileInfo::getProxyHeight(const LightweightString<wchar_t>& name)
 {
     // As by a scan with "proxy.%d".
-    return scanBehindFirst(name, L"proxy", L"proxy.").value_or(noProxyHeight);
+    return scanBehindFirst(name, proxyWord, L"proxy.").value_or(noProxyHeight);
 }
 
 unsigned int MediaFileInfo::getProxyAudioChannels(const LightweightString<wchar_t>& name)
@@ -73,4 +74,9 @@ bool MediaFileInfo::isProxy(const LightweightString<wchar_t>& name)
     if (!OS()->getFileManager()->hasDirectoryPart(name))
         return false;
     return name.find(L"/proxy/proxy-") != LightweightString<wchar_t>::npos;
+}
+
+bool MediaFileInfo::hasProxyWord(std::wstring_view text) noexcept
+{
+    return text.find(proxyWord) != std::wstring_view::npos;
 }

@@ -1,12 +1,13 @@
 #include "fsys/SystemCache.h"
 
 #include "Qz/Assert.h"
+#include "fsys/CookieIndex.h"
 #include "fsys/DiskManager.h"
 #include "support/ConfigInt.h"
 
 #include <atomic>
-#include <iterator>
 #include <mutex>
+#include <tuple>
 
 namespace {
 
@@ -25,9 +26,8 @@ unsigned int SystemCache::proxyRemovedMsgType_ = interned("SysCacheDelProxy");
 const int SystemCache::debug_ = config_int("SystemCacheDebug", 0);
 
 CriticalSection SystemCache::lock_;
-SystemCache::Index SystemCache::files_;
+CookieIndex SystemCache::files_;
 ScanCounts SystemCache::scanCounts_;
-unsigned SystemCache::erasures_ = 0;
 
 SystemCache::SystemCache() = default;
 SystemCache::~SystemCache() = default;
@@ -50,7 +50,6 @@ void SystemCache::invalidate()
 {
     const std::lock_guard hold(lock_);
     files_.clear();
-    ++erasures_;
     scanCounts_ = ScanCounts();
 }
 
@@ -66,8 +65,7 @@ Qz::Ptr<FsysDirectoryEntry> SystemCache::findEntryForCookie(const Cookie& c)
                "c.getType() == CookieTypeVision || c.getType() == CookieTypeSound",
                "ole/fsys/SystemCache line 242");
     const std::lock_guard hold(lock_);
-    const auto found = files_.find(c);
-    return found == files_.end() ? nullptr : found->second;
+    return files_.find(c);
 }
 
 Qz::Ptr<FsysDirectoryEntry> SystemCache::findOrInsert(const Cookie& cookie)
@@ -75,7 +73,7 @@ Qz::Ptr<FsysDirectoryEntry> SystemCache::findOrInsert(const Cookie& cookie)
     Qz::Ptr<FsysDirectoryEntry> entry = findEntryForCookie(cookie);
     if (!entry) {
         entry = new FsysDirectoryEntry;
-        files_.emplace(cookie, entry);
+        files_.insert(cookie, entry.get());
     }
     return entry;
 }
@@ -83,11 +81,10 @@ Qz::Ptr<FsysDirectoryEntry> SystemCache::findOrInsert(const Cookie& cookie)
 void SystemCache::enumerate(std::function<bool(const Cookie&, const FsysDirectoryEntry&)> visit)
 {
     const std::lock_guard hold(lock_);
-    for (auto element = files_.begin(); element != files_.end();) {
-        const auto [cookie, entry] = *element;  // both outlive the element, which the visitor may erase
-        const unsigned erasures = erasures_;
+    // The visitor may change the index, so each step looks for its place anew.
+    for (auto [cookie, found] = files_.first(); found; std::tie(cookie, found) = files_.firstBehind(cookie)) {
+        const Qz::Ptr<FsysDirectoryEntry> entry(found);  // outlives its place in the index
         if (!visit(cookie, *entry))
             return;
-        element = erasures == erasures_ ? std::next(element) : files_.upper_bound(cookie);
     }
 }

@@ -19,8 +19,9 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <map>
 #include <vector>
+
+class CookieIndex;
 
 // SystemCache: the index of the process from cookies to their media files.
 //
@@ -146,7 +147,6 @@ public:
 private:
     friend class Qz::SingletonHolder<SystemCache>;
     friend class SystemCacheScan;  // files what it listed
-    using Index = std::map<Cookie, Qz::Ptr<FsysDirectoryEntry>>;
 
     SystemCache();
 
@@ -158,7 +158,6 @@ private:
 
     static const int debug_;  // not 0: scans are traced in the log
     static CriticalSection lock_;
-    static Index files_;            // guarded by lock_
+    static CookieIndex files_;      // guarded by lock_
     static ScanCounts scanCounts_;  // guarded by lock_
-    static unsigned erasures_;      // guarded by lock_; wraps; tells a walk that its place may be gone
 };

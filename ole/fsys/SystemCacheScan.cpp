@@ -2,14 +2,16 @@
 
 #include "fsys/SystemCache.h"
 
-#include "Qz/StringHelpers.h"
 #include "Qz/Utf8.h"
+#include "fsys/CookieIndex.h"
+#include "fsys/StoredFile.h"
 #include "os/Clock.h"
 #include "os/OS.h"
 #include "support/Log.h"
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -27,30 +29,27 @@ enum class Outcome { empty, ineligible, notCookie, media, added, augmented };
 
 struct Judged
 {
-    Outcome outcome;
-    Cookie cookie;  // valid for media only
+    Outcome outcome = Outcome::notCookie;
+    Cookie cookie;                              // valid for media only
+    std::unique_ptr<FsysDirectoryEntry> entry;  // of a file that is no proxy, ready for the index
 };
 
 // The name up to its first '.': what follows tells high-res from proxy.
-LightweightString<wchar_t> stemOf(const LightweightString<wchar_t>& name)
-{
-    const std::size_t dot = name.find(L'.');
-    return dot == LightweightString<wchar_t>::npos ? name : name.substr(0, dot);
-}
+std::wstring_view stemOf(std::wstring_view name) { return name.substr(0, name.find(L'.')); }
 
 // The size goes first, so an empty companion counts as empty.
-Judged judge(const Item& item)
+Outcome judge(const Item& item, Cookie& cookie)
 {
     if (item.size == 0)
-        return {Outcome::empty, Cookie()};
+        return Outcome::empty;
     if (!SystemCache::isEligible(item.name))
-        return {Outcome::ineligible, Cookie()};
-    const LightweightString<wchar_t> stem = stemOf(item.name);
-    const Cookie cookie(stem, true);
-    // The parser is more generous than the rule for names: what prints differently is another name.
-    if (!cookie.valid() || !Qz::equalsIgnoringCase(cookie.asWString(), stem))
-        return {Outcome::notCookie, Cookie()};
-    return {Outcome::media, cookie};
+        return Outcome::ineligible;
+    // The parser is more generous than the rule for names, as it passes over blanks: what prints differently
+    // is another name. A text of the right length has no blanks.
+    const std::wstring_view stem = stemOf(item.name.view());
+    if (stem.size() == Cookie::completeLength)
+        cookie = Cookie::fromCompleteForm(stem);
+    return cookie.valid() ? Outcome::media : Outcome::notCookie;
 }
 
 void trace(const Item& item, Outcome outcome)
@@ -80,7 +79,11 @@ void traceSeparator() { Log("---------------------------------------------------
 class SystemCacheScan
 {
 public:
-    explicit SystemCacheScan(const MaterialFilename& folder) : folder_(folder) {}
+    explicit SystemCacheScan(const MaterialFilename& folder)
+        : folder_(folder),
+          folderName_(folder.getPath().view()),
+          folderDecides_(!folder.getPath().endsWith(L"/") || MediaFileInfo::hasProxyWord(folder.getPath()))
+    {}
 
     void run()
     {
@@ -103,54 +106,91 @@ public:
     }
 
 private:
-    // Runs without the cache's lock: queries do not wait for the disk, nor for the parsing of names.
+    // Runs without the cache's lock: queries do not wait for the disk, nor for the parsing of names and the
+    // making of entries.
     void readFolder(const LightweightString<wchar_t>& pattern)
     {
+        constexpr std::size_t ahead = 8;  // names whose fetching overlaps with work on those before
         OS()->getFileManager()->listDirectory(pattern, items_);
-        judged_.reserve(items_.size());
-        for (const Item& item : items_)
-            judged_.push_back(judge(item));
+        judged_.resize(items_.size());
+        order_.reserve(items_.size());
+        for (std::size_t i = 0; i < items_.size(); ++i) {
+            if (i + ahead < items_.size())
+                prefetch(items_[i + ahead].name);
+            judgeOne(items_[i], judged_[i]);
+            if (judged_[i].outcome == Outcome::media)
+                order_.push_back({judged_[i].cookie.getClip(), i});
+        }
+        // Deliberate: by clip, not by cookie, and stably. In this order the index is filled in one pass; and
+        // a picture proxy with sound files itself under other cookies of its clip, so what becomes of a
+        // clip must follow from the order of the listing.
+        const auto byClip = [](const Filing& a, const Filing& b) { return a.clip < b.clip; };
+        if (!std::is_sorted(order_.begin(), order_.end(), byClip))
+            std::stable_sort(order_.begin(), order_.end(), byClip);
+    }
+
+    static void prefetch(const LightweightString<wchar_t>& name)
+    {
+        constexpr std::size_t charactersOfALine = 64 / sizeof(wchar_t);
+        __builtin_prefetch(name.c_str());
+        __builtin_prefetch(name.c_str() + charactersOfALine);
+    }
+
+    void judgeOne(Item& item, Judged& judged)
+    {
+        judged.outcome = judge(item, judged.cookie);
+        if (judged.outcome != Outcome::media || folderDecides_ || MediaFileInfo::hasProxyWord(item.name))
+            return;
+        judged.entry.reset(new FsysDirectoryEntry(folder_.getDrive(), folderName_, item.name, item.size));
+        if (!SystemCache::debug_)
+            item.name = {};  // cheapest while it is at hand
     }
 
     void fileAll()
     {
-        place_ = SystemCache::files_.begin();
+        for (const Filing& filing : order_)
+            fileMedia(items_[filing.item], judged_[filing.item]);
         for (std::size_t i = 0; i < items_.size(); ++i) {
-            const Outcome judged = judged_[i].outcome;
-            const Outcome outcome =
-                judged == Outcome::media ? fileMedia(items_[i], judged_[i].cookie) : judged;
-            count(outcome);
+            count(judged_[i].outcome);
             if (SystemCache::debug_)
-                trace(items_[i], outcome);
+                trace(items_[i], judged_[i].outcome);
         }
         SystemCache::scanCounts_ += counts_;
     }
 
-    Outcome fileMedia(const Item& item, const Cookie& cookie)
+    void fileMedia(const Item& item, Judged& judged)
+    {
+        const bool isNew = judged.entry ? fileEntry(judged) : fileNamed(item, judged.cookie);
+        judged.outcome = isNew ? Outcome::added : Outcome::augmented;
+    }
+
+    // True when the cookie had no entry.
+    static bool fileEntry(Judged& judged)
+    {
+        FsysDirectoryEntry* const entry = SystemCache::files_.insert(judged.cookie, judged.entry.get());
+        if (entry == judged.entry.get()) {
+            (void)judged.entry.release();  // the index holds it
+            return true;
+        }
+        entry->addListed(*judged.entry);
+        judged.entry.reset();
+        return false;
+    }
+
+    bool fileNamed(const Item& item, const Cookie& cookie)
     {
         const MediaFileInfo info(MaterialFilename(folder_.getDrive(), folder_.getPath() + item.name),
                                  item.size);
         if (info.isProxy())
             ++counts_.proxies;
-        place_ = SystemCache::files_.try_emplace(findPlace(cookie), cookie);
-        Qz::Ptr<FsysDirectoryEntry>& entry = place_->second;
+        Qz::Ptr<FsysDirectoryEntry> entry(SystemCache::files_.find(cookie));
         const bool isNew = !entry;
-        if (isNew)
+        if (isNew) {
             entry = new FsysDirectoryEntry;  // in the index before it is filled, see findOrInsert
+            SystemCache::files_.insert(cookie, entry.get());
+        }
         entry->addFile(cookie, info);
-        return isNew ? Outcome::added : Outcome::augmented;
-    }
-
-    // Where cookie belongs, as a hint. Listings are sorted by name, which is nearly the order of cookies,
-    // so the place is mostly a few elements behind the last one and a batch is filed in one pass.
-    SystemCache::Index::iterator findPlace(const Cookie& cookie) const
-    {
-        constexpr int stepsMax = 8;
-        auto hint = place_;
-        for (int step = 0; step < stepsMax && hint != SystemCache::files_.end() && hint->first < cookie;
-             ++step)
-            ++hint;
-        return hint;
+        return isNew;
     }
 
     void count(Outcome outcome)
@@ -163,17 +203,29 @@ private:
         counts_.augmented += outcome == Outcome::augmented;
     }
 
+    struct Filing
+    {
+        std::uint64_t clip;
+        std::size_t item;
+    };
+
     MaterialFilename folder_;
+    FolderName folderName_;  // the same path
+    bool folderDecides_;     // whether a file may be a proxy for what its folder is called
     std::vector<Item> items_;
-    std::vector<Judged> judged_;          // one for each item
-    SystemCache::Index::iterator place_;  // of the file before
+    std::vector<Judged> judged_;  // one for each item
+    std::vector<Filing> order_;   // of the media
     ScanCounts counts_;
 };
 
 bool SystemCache::isEligible(const LightweightString<wchar_t>& fileName)
 {
+    // Most names differ in their last character from all of these.
+    const wchar_t last = fileName.empty() ? L'\0' : fileName.view().back();
     return std::none_of(companionExtensions.begin(), companionExtensions.end(),
-                        [&](std::wstring_view extension) { return fileName.endsWith(extension); });
+                        [&](std::wstring_view extension) {
+                            return extension.back() == last && fileName.endsWith(extension);
+                        });
 }
 
 void SystemCache::addDirectory(const MaterialFilename& folder) { SystemCacheScan(folder).run(); }

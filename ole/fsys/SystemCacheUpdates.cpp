@@ -3,6 +3,7 @@
 #include "fsys/SystemCache.h"
 
 #include "Qz/Assert.h"
+#include "fsys/CookieIndex.h"
 #include "os/OS.h"
 
 #include <mutex>
@@ -51,15 +52,12 @@ bool leavesIndex(unsigned mediaTypes, bool hasHighRes, bool hasProxies)
 unsigned SystemCache::removeFile(const Cookie& cookie, bool notify, unsigned mediaTypes)
 {
     const std::lock_guard hold(lock_);
-    const auto found = files_.find(cookie);
-    if (!Qz::verify(found != files_.end(), "false", "ole/fsys/SystemCache line 385"))
+    const Qz::Ptr<FsysDirectoryEntry> entry(files_.find(cookie));
+    if (!Qz::verify(static_cast<bool>(entry), "false", "ole/fsys/SystemCache line 385"))
         return 1;
 
-    const Qz::Ptr<FsysDirectoryEntry> entry = found->second;
-    if (leavesIndex(mediaTypes, entry->hasHighResFile(), entry->hasProxies())) {
-        files_.erase(found);
-        ++erasures_;
-    }
+    if (leavesIndex(mediaTypes, entry->hasHighResFile(), entry->hasProxies()))
+        files_.erase(cookie);
     if (notify)
         notifyListeners(cookie, entry, fileRemovedMsgType_);
     return entry->deleteFiles(mediaTypes);
@@ -109,8 +107,7 @@ unsigned SystemCache::updateStatus(const Cookie& cookie, unsigned mediaTypes)
 void SystemCache::removeMediaLocation(DriveId drive)
 {
     const std::lock_guard hold(lock_);
-    std::erase_if(files_, [&](const auto& element) { return element.second->highResDrive() == drive; });
-    ++erasures_;
+    files_.eraseIf([&](const FsysDirectoryEntry& entry) { return entry.highResDrive() == drive; });
 }
 
 void SystemCache::notifyListeners(const Cookie& cookie, const Qz::Ptr<FsysDirectoryEntry>& entry,

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <random>
 #include <utility>
 
 #include "fsys/SystemCache.h"
@@ -279,7 +280,8 @@ TEST_F(SystemCacheScan, ReadsTheDiskWithoutTheLock)
 
 TEST_F(SystemCacheScan, FilesWhatItListedInOnePieceForQueries)
 {
-    // The record of each file asks the platform about its path; a query of another thread waits meanwhile.
+    // The record of a file that may be a proxy asks the platform about its path; a query of another thread
+    // waits meanwhile.
     class Asked : public ForwardingFileManager
     {
     public:
@@ -298,9 +300,52 @@ TEST_F(SystemCacheScan, FilesWhatItListedInOnePieceForQueries)
     ForwardingOS forwarding(os);
     forwarding.use(asked);
     const ScopedOS installedForwarding(forwarding);
-    addFile(material + stem + L".mov");
+    addFile(material + stem + L".proxy.mov");
     scan();
     EXPECT_TRUE(asked.asked);
+}
+
+TEST_F(SystemCacheScan, FilesOfOneClipKeepTheOrderOfTheListing)
+{
+    // Upper case is listed first. Filed by cookie, the sound channel's own proxy would come first.
+    const Cookie sound = convertCookie(clip, CookieTypeSound, 1);
+    LightweightString<wchar_t> lowerCase(L"s");
+    lowerCase += sound.asWString().substr(1);
+    addFile(material + lowerCase + L".proxy.270.wav");
+    addFile(material + stem + L".A1.proxy.540.mov");
+    scan();
+    std::vector<unsigned> heights;
+    for (const MediaFileInfo& proxy : SystemCache::findEntryForCookie(sound)->copyProxyFiles())
+        heights.push_back(proxy.getProxyHeight());
+    EXPECT_EQ(heights, (std::vector<unsigned>{540, 270}));
+}
+
+TEST_F(SystemCacheScan, FindsEveryClipWhateverTheOrderOfTheListing)
+{
+    class Shuffled : public ForwardingFileManager
+    {
+    public:
+        using ForwardingFileManager::ForwardingFileManager;
+        bool listDirectory(const Path&, std::vector<DirectoryItem>& items) override
+        {
+            std::mt19937 random(7);
+            for (unsigned number = 0; number < 3000; ++number)
+                items.push_back({vision(number).asWString() + L".mov", 1000 + number});
+            std::shuffle(items.begin(), items.end(), random);
+            return true;
+        }
+    };
+    Shuffled shuffled(os.files());
+    ForwardingOS forwarding(os);
+    forwarding.use(shuffled);
+    const ScopedOS installedForwarding(forwarding);
+    scan();
+    EXPECT_EQ(SystemCache::getScanCounts().clips, 3000u);
+    for (unsigned number = 0; number < 3000; ++number) {
+        ASSERT_EQ(SystemCache::fileSize(vision(number)), 1000 + number);
+        ASSERT_EQ(SystemCache::find(vision(number)).getPath(),
+                  L"/Material/" + vision(number).asWString() + L".mov");
+    }
 }
 
 TEST_F(SystemCacheScan, CountsWhatItFound)
