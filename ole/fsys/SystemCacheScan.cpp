@@ -97,12 +97,8 @@ public:
         if (SystemCache::debug_)
             Log("Num files %d\n", static_cast<int>(items_.size()));
 
-        const std::lock_guard hold(SystemCache::lock_);
-        fileAll();
-        if (SystemCache::debug_) {
-            Log("Time taken (%.1fms)\n", service_get_msecs_precise() - startMs);
-            traceSeparator();
-        }
+        fileAll(startMs);
+        releaseNames();
     }
 
 private:
@@ -110,13 +106,11 @@ private:
     // making of entries.
     void readFolder(const LightweightString<wchar_t>& pattern)
     {
-        constexpr std::size_t ahead = 8;  // names whose fetching overlaps with work on those before
         OS()->getFileManager()->listDirectory(pattern, items_);
         judged_.resize(items_.size());
         order_.reserve(items_.size());
         for (std::size_t i = 0; i < items_.size(); ++i) {
-            if (i + ahead < items_.size())
-                prefetch(items_[i + ahead].name);
+            prefetchNameBehind(i);
             judgeOne(items_[i], judged_[i]);
             if (judged_[i].outcome == Outcome::media)
                 order_.push_back({judged_[i].cookie.getClip(), i});
@@ -129,25 +123,38 @@ private:
             std::stable_sort(order_.begin(), order_.end(), byClip);
     }
 
-    static void prefetch(const LightweightString<wchar_t>& name)
+    // Names lie anywhere. Fetching one overlaps with the work on those before it.
+    void prefetchNameBehind(std::size_t item) const
     {
+        constexpr std::size_t ahead = 8;
         constexpr std::size_t charactersOfALine = 64 / sizeof(wchar_t);
-        __builtin_prefetch(name.c_str());
-        __builtin_prefetch(name.c_str() + charactersOfALine);
+        if (item + ahead >= items_.size())
+            return;
+        const wchar_t* const name = items_[item + ahead].name.c_str();
+        __builtin_prefetch(name);
+        __builtin_prefetch(name + charactersOfALine);
     }
 
-    void judgeOne(Item& item, Judged& judged)
+    // Not one by one as they are judged: that would leave holes for entries to be scattered over.
+    void releaseNames()
+    {
+        for (std::size_t i = 0; i < items_.size(); ++i) {
+            prefetchNameBehind(i);
+            items_[i].name = {};
+        }
+    }
+
+    void judgeOne(const Item& item, Judged& judged) const
     {
         judged.outcome = judge(item, judged.cookie);
         if (judged.outcome != Outcome::media || folderDecides_ || MediaFileInfo::hasProxyWord(item.name))
             return;
         judged.entry.reset(new FsysDirectoryEntry(folder_.getDrive(), folderName_, item.name, item.size));
-        if (!SystemCache::debug_)
-            item.name = {};  // cheapest while it is at hand
     }
 
-    void fileAll()
+    void fileAll(double startMs)
     {
+        const std::lock_guard hold(SystemCache::lock_);
         for (const Filing& filing : order_)
             fileMedia(items_[filing.item], judged_[filing.item]);
         for (std::size_t i = 0; i < items_.size(); ++i) {
@@ -156,6 +163,10 @@ private:
                 trace(items_[i], judged_[i].outcome);
         }
         SystemCache::scanCounts_ += counts_;
+        if (SystemCache::debug_) {
+            Log("Time taken (%.1fms)\n", service_get_msecs_precise() - startMs);
+            traceSeparator();
+        }
     }
 
     void fileMedia(const Item& item, Judged& judged)
