@@ -12,8 +12,8 @@
 #include <cstdint>
 #include <string_view>
 
-// MediaFileInfo: one media file of a clip, full resolution or proxy. The cache keeps one for every media
-// file of every location, by value.
+// MediaFileInfo: one media file of a clip, full resolution or proxy. The cache keeps those of proxies by
+// value, and makes that of a full-resolution file when it is asked for one.
 //
 // Links:      a file of exactly 512 bytes is a link file. Its target is read on first demand and kept; a
 //             link that is rewritten later is not read again.
@@ -82,7 +82,8 @@ public:
     [[nodiscard]] static unsigned int getProxyAudioChannels(const LightweightString<wchar_t>& name);
     // True when name carries a height, or is a path with a file "proxy-..." in a directory "proxy".
     [[nodiscard]] static bool isProxy(const LightweightString<wchar_t>& name);
-    // False when no name that holds this text in one piece can be a proxy for its sake.
+    // True when text has the word without which no name is one of a proxy. The word has no separator in it,
+    // so a path lacks it when each of its components does.
     [[nodiscard]] static bool hasProxyWord(std::wstring_view text) noexcept;
 
 private:
