@@ -69,8 +69,9 @@ struct CookieIndex::Node
         const std::uint64_t* from = clips.data();
         for (unsigned rest = count; rest > 0;) {
             const unsigned half = rest / 2;
-            // Both outcomes are as likely, so this is better chosen than jumped over.
-            from = from[half] < key.clip ? from + (rest - half) : from;
+            // Either outcome is as likely: a sum costs less than a jump that is guessed wrong half the time.
+            const auto behind = static_cast<unsigned>(from[half] < key.clip);
+            from += (rest - half) & (0u - behind);
             rest = half;
         }
         auto at = static_cast<unsigned>(from - clips.data());
