@@ -1,5 +1,7 @@
 #include "Qz/Utf8.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -55,6 +57,15 @@ Decoded decodeFirst(std::string_view bytes)
     return {0, 0};
 }
 
+// How many characters from the first on are their own code: almost all, in almost every name.
+std::size_t asciiLength(std::string_view bytes)
+{
+    std::size_t length = 0;
+    while (length < bytes.size() && static_cast<unsigned char>(bytes[length]) < 0x80)
+        ++length;
+    return length;
+}
+
 void appendByte(std::string& bytes, std::uint32_t byte) { bytes.push_back(static_cast<char>(byte & 0xFF)); }
 
 void appendCode(std::string& bytes, std::uint32_t code)
@@ -93,17 +104,31 @@ LightweightString<char> toUTF8(std::wstring_view text)
     return bytes;
 }
 
+void appendFromUTF8(std::wstring& text, std::string_view bytes)
+{
+    const std::size_t begin = text.size();
+    text.resize(begin + bytes.size());  // no byte makes more than one character
+    wchar_t* to = text.data() + begin;
+    while (!bytes.empty()) {
+        const std::size_t ascii = asciiLength(bytes);
+        to = std::copy_n(bytes.begin(), ascii, to);
+        bytes.remove_prefix(ascii);
+        if (bytes.empty())
+            break;
+        const Decoded first = decodeFirst(bytes);
+        *to++ = static_cast<wchar_t>(first.length ? first.code : escapeBase + byteAt(bytes, 0));
+        bytes.remove_prefix(first.length ? first.length : 1);
+    }
+    text.resize(static_cast<std::size_t>(to - text.data()));
+}
+
 LightweightString<wchar_t> fromUTF8(std::string_view bytes)
 {
     if (!bytes.data())
         return {};
     std::wstring text;
     text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const Decoded first = decodeFirst(bytes);
-        text.push_back(static_cast<wchar_t>(first.length ? first.code : escapeBase + byteAt(bytes, 0)));
-        bytes.remove_prefix(first.length ? first.length : 1);
-    }
+    appendFromUTF8(text, bytes);
     return text;
 }
 

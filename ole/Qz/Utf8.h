@@ -20,6 +20,8 @@
 [[nodiscard]] QZ_API LightweightString<char> toUTF8(std::wstring_view text);
 [[nodiscard]] QZ_API LightweightString<wchar_t> fromUTF8(std::string_view bytes);
 [[nodiscard]] QZ_API LightweightString<wchar_t> fromUTF8(const char* zeroTerminated);
+// Adds what fromUTF8 makes of bytes to the end of text, so that many conversions share one block of memory.
+QZ_API void appendFromUTF8(std::wstring& text, std::string_view bytes);
 [[nodiscard]] QZ_API LightweightString<char> toUTF8(const wchar_t* zeroTerminated);
 [[nodiscard]] inline LightweightString<char> toUTF8(const std::wstring& text)
 {

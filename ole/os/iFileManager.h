@@ -3,6 +3,7 @@
 #include "Qz/LightweightString.h"
 #include "Qz/Ptr.h"
 #include "os/Export.h"
+#include "os/FolderListing.h"
 #include "os/iAsyncContext.h"
 #include "os/iDiskDrive.h"
 #include "os/iFile.h"
@@ -73,6 +74,8 @@ public:
     // pattern is folder, separator and a name in which '*' and '?' are wildcards; "*.*" is every name,
     // also without a dot. A folder that cannot be listed gives false and no items.
     virtual bool listDirectory(const Path& pattern, std::vector<DirectoryItem>& items) = 0;
+    // The same with all names in one text: for folders of very many files.
+    virtual bool listFiles(const Path& pattern, FolderListing& files) = 0;
     // The same without wildcards: names that begin with prefix, which is taken literally.
     virtual bool listFilesWithPrefix(const Path& folder, const Path& prefix,
                                      std::vector<DirectoryItem>& items) = 0;

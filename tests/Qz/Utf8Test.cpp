@@ -176,3 +176,15 @@ TEST(Utf8, APointerEndsAtTheZeroAndOtherTextsDoNot)
     EXPECT_EQ(fromUTF8(Narrow(std::string_view("ab\0cd", 5))).size(), 5u);
     EXPECT_EQ(toUTF8(Wide(std::wstring_view(L"ab\0cd", 5))).size(), 5u);
 }
+
+TEST(Utf8, AppendingKeepsWhatIsThereAndConvertsTheRest)
+{
+    std::wstring text = L"a";
+    appendFromUTF8(text, "plain.mov");
+    EXPECT_EQ(text, L"aplain.mov");
+    appendFromUTF8(text, "");
+    appendFromUTF8(text, {});
+    EXPECT_EQ(text, L"aplain.mov");
+    appendFromUTF8(text, std::string_view("\xc3\xa9x\xff\xf0\x9f\x8e\xacy\0z", 11));
+    EXPECT_EQ(text, std::wstring(L"aplain.mov\u00e9x\xdcff\U0001F3ACy\0z", 17));
+}

@@ -2,10 +2,15 @@
 
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
+#include "os/linux/PathText.h"
+#include "os/linux/ScopedFd.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <sys/stat.h>
+#include <thread>
 
 using namespace os;
 
@@ -13,12 +18,12 @@ namespace {
 
 std::vector<std::string> namesOf(const std::string& folder, const NameFilter& filter)
 {
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress progress;
     EXPECT_TRUE(listFolder(folder, filter, files, progress));
     std::vector<std::string> names;
-    for (const ListedFile& file : files)
-        names.push_back(file.name);
+    for (std::size_t i = 0; i < files.size(); ++i)
+        names.push_back(pathBytes(files[i].name));
     return names;
 }
 
@@ -40,7 +45,7 @@ TEST(DirectoryListing, TellsSizes)
     const TemporaryFolder folder;
     folder.file("empty");
     folder.file("five", "12345");
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress progress;
     ASSERT_TRUE(listFolder(folder.path(), {}, files, progress));
     ASSERT_EQ(files.size(), 2u);
@@ -58,19 +63,20 @@ TEST(DirectoryListing, HoldsOnlyRegularFilesAndLinksToThem)
     std::filesystem::create_symlink("pipe", folder / "linkToPipe");
     std::filesystem::create_symlink("folder", folder / "linkToFolder");
     std::filesystem::create_symlink("nowhere", folder / "linkToNothing");
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress progress;
     ASSERT_TRUE(listFolder(folder.path(), {}, files, progress));
     ASSERT_EQ(files.size(), 2u);
-    EXPECT_EQ(files[0].name, "file");
-    EXPECT_EQ(files[1].name, "link");
+    EXPECT_EQ(files[0].name, L"file");
+    EXPECT_EQ(files[1].name, L"link");
     EXPECT_EQ(files[1].size, 3u) << "the size of what the link points at";
 }
 
 TEST(DirectoryListing, AFolderThatCannotBeListedGivesNothing)
 {
     const TemporaryFolder folder;
-    std::vector<ListedFile> files{{"old", 1}};
+    FolderListing files;
+    files.add(L"old", 1);
     Progress progress;
     EXPECT_FALSE(listFolder(folder / "missing", {}, files, progress));
     EXPECT_EQ(lastError(), errorFromErrno(ENOENT));
@@ -83,7 +89,7 @@ TEST(DirectoryListing, APipeInPlaceOfTheFolderDoesNotHang)
 {
     const TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress progress;
     EXPECT_FALSE(listFolder(folder / "pipe", {}, files, progress));
 }
@@ -137,15 +143,93 @@ TEST(DirectoryListing, APrefixIsTakenLiterally)
     EXPECT_EQ(namesOf(folder.path(), prefixFilter("take*.mov.")), (Names{"take*.mov.idx"}));
 }
 
-TEST(DirectoryListing, ShowsProgressForEveryEntry)
+TEST(DirectoryListing, ShowsProgressWithEveryQuestionToTheDisk)
 {
     const TemporaryFolder folder;
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 1000; ++i)
         folder.file("f" + std::to_string(i));
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress progress;
-    ASSERT_TRUE(listFolder(folder.path(), prefixFilter("none"), files, progress));
-    EXPECT_GE(progress.steps(), 10u);
+    ASSERT_TRUE(listFolder(folder.path(), {}, files, progress));
+    EXPECT_GT(progress.steps(), 1000u) << "the sizes, by whichever thread, and the names";
+}
+
+TEST(DirectoryListing, TheFilterSeesNamesBeforeTheDiskIsAskedForSizes)
+{
+    const TemporaryFolder folder;
+    for (int i = 0; i < 1000; ++i)
+        folder.file("f" + std::to_string(i));
+    FolderListing files;
+    Progress progress;
+    ASSERT_TRUE(listFolder(folder.path(), prefixFilter("f99"), files, progress));
+    EXPECT_EQ(files.size(), 11u);
+    EXPECT_GE(progress.steps(), 11u + 2u) << "a read with names and one without";
+    EXPECT_LT(progress.steps(), 100u);
+}
+
+TEST(DirectoryListing, ThousandsOfFilesAreSortedAndHaveTheirOwnSizes)
+{
+    const TemporaryFolder folder;
+    std::map<std::string, std::uint64_t> made;
+    for (unsigned i = 0; i < 3000; ++i) {
+        // Long names that begin alike, and some that begin like others and end there.
+        const std::string name =
+            "V00000000" + std::to_string(i * 2654435761u % 100'000) + (i % 3 ? ".mov" : "");
+        made[name] = i;
+        folder.file(name);
+        std::filesystem::resize_file(folder / name, i);
+    }
+    FolderListing files;
+    Progress progress;
+    ASSERT_TRUE(listFolder(folder.path(), {}, files, progress));
+    ASSERT_EQ(files.size(), made.size());
+    std::size_t at = 0;
+    for (const auto& [name, size] : made) {
+        ASSERT_EQ(pathBytes(files[at].name), name);
+        ASSERT_EQ(files[at].size, size) << name;
+        ++at;
+    }
+}
+
+TEST(DirectoryListing, FilesThatComeAndGoMeanwhileDisturbNoOthers)
+{
+    const TemporaryFolder folder;
+    for (int i = 0; i < 2000; ++i)
+        folder.file("stays" + std::to_string(i), "123");
+    const std::jthread changing([&](const std::stop_token& isOver) {
+        while (!isOver.stop_requested()) {
+            for (int i = 0; i < 100; ++i)
+                folder.file("comes" + std::to_string(i));
+            for (int i = 0; i < 100; ++i)
+                std::filesystem::remove(folder / ("comes" + std::to_string(i)));
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        FolderListing files;
+        Progress progress;
+        ASSERT_TRUE(listFolder(folder.path(), prefixFilter("stays"), files, progress));
+        EXPECT_EQ(files.size(), 2000u);
+        ASSERT_TRUE(listFolder(folder.path(), {}, files, progress));
+        for (std::size_t i = 0; i < files.size(); ++i)
+            if (files[i].name.starts_with(L"stays")) {
+                ASSERT_EQ(files[i].size, 3u);
+            }
+        EXPECT_GE(files.size(), 2000u);
+    }
+}
+
+TEST(DirectoryListing, AFolderThatIsRemovedWhileItIsReadHasNoFiles)
+{
+    const TemporaryFolder folder;
+    const std::string gone = folder.folder("gone");
+    FolderListing files;
+    Progress progress;
+    // Its descriptor is all that is left of it.
+    const ScopedFd open(::open(gone.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(open.isOpen());
+    std::filesystem::remove(gone);
+    EXPECT_TRUE(listFolder("/proc/self/fd/" + std::to_string(open.get()), {}, files, progress));
+    EXPECT_TRUE(files.empty());
 }
 
 TEST(DirectoryListing, WildcardsThatAllButMatchEndInTime)

@@ -120,6 +120,13 @@ TEST(FakeFileManager, ListsRegularFilesSortedByTheBytesOfTheirNames)
     EXPECT_EQ(names(items), (std::vector<std::wstring>{L".hidden", L"B.mov", L"b.mov", L"link", L"noDot",
                                                        L"\xDC80", L"\u00e4"}));
     EXPECT_EQ(items[2].size, 2U);
+    FolderListing listing;
+    EXPECT_TRUE(os.getFileManager()->listFiles(L"/m/*.*", listing));
+    ASSERT_EQ(listing.size(), items.size());
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        EXPECT_EQ(items[i].name, listing[i].name);
+        EXPECT_EQ(items[i].size, listing[i].size);
+    }
 }
 
 TEST(FakeFileManager, WildcardsCountInTheLastPartOnly)
@@ -154,6 +161,11 @@ TEST(FakeFileManager, AFolderThatCannotBeListedGivesNoItems)
     EXPECT_FALSE(os.getFileManager()->listDirectory(L"/m/*.*", items));
     EXPECT_TRUE(os.getFileManager()->listDirectory(L"/m/*.*", items));
     EXPECT_EQ(items.size(), 1U);
+    FolderListing listing;
+    listing.add(L"old", 1);
+    os.faults().failNext(fake::Op::listDirectory, errorFromErrno(EIO));
+    EXPECT_FALSE(os.getFileManager()->listFiles(L"/m/*.*", listing));
+    EXPECT_TRUE(listing.empty());
 }
 
 TEST(FakeFileManager, FollowsLinksInEveryPlace)

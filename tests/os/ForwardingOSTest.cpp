@@ -72,6 +72,7 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
     ForwardingFileManager files(fakeOs.files());
     std::string contents;
     std::vector<iFileManager::DirectoryItem> items;
+    FolderListing listing;
     EXPECT_TRUE(files.open(L"/m/a", 1, 0, 4, 0));
     EXPECT_FALSE(files.isOpenedDirectly(L"/m/a"));
     EXPECT_EQ(files.getFileSize(L"/m/a"), 3U);
@@ -82,6 +83,8 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
     EXPECT_TRUE(files.createDirectory(L"/m/c"));
     EXPECT_TRUE(files.isWritable(L"/m/c"));
     EXPECT_TRUE(files.listDirectory(L"/m/*.*", items));
+    EXPECT_TRUE(files.listFiles(L"/m/*.*", listing));
+    EXPECT_EQ(listing.size(), items.size());
     EXPECT_TRUE(files.listFilesWithPrefix(L"/m", L"a", items));
     EXPECT_TRUE(files.deleteTree(L"/m/c"));
     EXPECT_TRUE(files.renameFile(L"/m/b", L"/m/d"));
@@ -108,7 +111,6 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
                               fake::Op::directoryExists,
                               fake::Op::createDirectory,
                               fake::Op::isWritable,
-                              fake::Op::listDirectory,
                               fake::Op::listFilesWithPrefix,
                               fake::Op::deleteTree,
                               fake::Op::resolvePath,
@@ -122,6 +124,7 @@ TEST(ForwardingOS, EveryFileOperationReachesItsTarget)
                               fake::Op::registerForRemoval,
                               fake::Op::createAsyncContext})
         EXPECT_EQ(fakeOs.log().count(op), 1U) << fake::nameOf(op);
+    EXPECT_EQ(fakeOs.log().count(fake::Op::listDirectory), 2U) << "as items and as one listing";
 }
 
 // The same through the fake platform and through the real one, whose ports know nothing of wrappers.

@@ -170,6 +170,29 @@ TEST_F(LinuxFileManager, ListsByPattern)
     EXPECT_FALSE(files.listDirectory(L"", items));
 }
 
+TEST_F(LinuxFileManager, ListsInOnePieceAsItListsItems)
+{
+    for (int i = 0; i < 600; ++i)
+        folder.file(std::to_string(i) + (i % 2 ? ".mov" : ".\xc3\xa9"),
+                    std::string(static_cast<std::size_t>(i), 'x'));
+    for (const char* pattern : {"*.*", "*.mov", "1?.*", "none"}) {
+        Items items;
+        FolderListing listing;
+        EXPECT_TRUE(files.listDirectory(at(pattern), items));
+        EXPECT_TRUE(files.listFiles(at(pattern), listing));
+        ASSERT_EQ(listing.size(), items.size()) << pattern;
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            EXPECT_EQ(items[i].name, listing[i].name);
+            EXPECT_EQ(items[i].size, listing[i].size);
+        }
+    }
+    FolderListing listing;
+    listing.add(L"old", 1);
+    EXPECT_FALSE(files.listFiles(at("missing/*.*"), listing));
+    EXPECT_TRUE(listing.empty());
+    EXPECT_FALSE(files.listFiles(L"", listing));
+}
+
 TEST_F(LinuxFileManager, OnlyTheLastComponentOfAPatternHasWildcards)
 {
     folder.folder("x");

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -13,14 +15,33 @@ namespace os {
 class CallLane;
 
 // Progress: how a long call shows that it still moves.
+//
+// A call that two threads share has two parts with a count each: stepping costs neither the other's cache
+// line.
 class Progress
 {
 public:
-    void step() noexcept { steps_.fetch_add(1, std::memory_order_relaxed); }
-    [[nodiscard]] unsigned long steps() const noexcept { return steps_.load(std::memory_order_relaxed); }
+    enum class Part { caller, helper };
+
+    void step(Part part = Part::caller) noexcept
+    {
+        counts_[part == Part::helper].steps.fetch_add(1, std::memory_order_relaxed);
+    }
+    [[nodiscard]] unsigned long steps() const noexcept
+    {
+        return counts_[0].steps.load(std::memory_order_relaxed) +
+               counts_[1].steps.load(std::memory_order_relaxed);
+    }
 
 private:
-    std::atomic<unsigned long> steps_{0};
+    static constexpr std::size_t cacheLineBytes = 64;
+
+    struct alignas(cacheLineBytes) Count
+    {
+        std::atomic<unsigned long> steps{0};
+    };
+
+    std::array<Count, 2> counts_;
 };
 
 // BoundedCalls: system calls with a deadline, for file systems whose server may hang.

@@ -1,115 +1,118 @@
 #include "os/linux/DirectoryListing.h"
 
-#include "Qz/Utf8.h"
 #include "os/LastError.h"
-#include "os/linux/OpenFolder.h"
+#include "os/linux/FileSizes.h"
+#include "os/linux/NameOrder.h"
 #include "os/linux/ScopedFd.h"
 
+#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 
 namespace os {
 
 namespace {
 
-OpenFolder openFolder(const std::string& path)
+// A read fills this much; a larger one is no faster, and a slow server would show progress more rarely.
+constexpr std::size_t readBytes = 32 * 1024;
+
+ScopedFd openFolder(const std::string& path)
 {
     // O_NONBLOCK keeps the open from waiting when a pipe stands there.
-    ScopedFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
-    OpenFolder folder(fd.isOpen() ? ::fdopendir(fd.get()) : nullptr);
-    if (folder)
-        static_cast<void>(fd.release());
-    return folder;
+    return ScopedFd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
 }
 
-bool mayBeRegular(const dirent& entry)
-{
-    return entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_UNKNOWN;
-}
+bool mayBeRegular(unsigned char type) { return type == DT_REG || type == DT_LNK || type == DT_UNKNOWN; }
 
-bool sizeOfRegular(int folder, const char* name, std::uint64_t& size)
+// The wanted names of a folder, on their way into batches.
+class NameReader
 {
-    struct stat info = {};
-    if (::fstatat(folder, name, &info, 0) != 0 || !S_ISREG(info.st_mode))
-        return false;
-    size = static_cast<std::uint64_t>(info.st_size);
-    return true;
-}
+public:
+    NameReader(int folder, const NameFilter& isWanted, FileSizes& sizes)
+        : folder_(folder), isWanted_(isWanted), sizes_(sizes)
+    {}
 
-// False with errno set when the folder could not be read to its end.
-bool readEntries(DIR* folder, const NameFilter& isWanted, std::vector<ListedFile>& files, Progress& progress)
-{
-    for (;;) {
-        errno = 0;
-        const dirent* entry = ::readdir(folder);
-        if (!entry)
-            return errno == 0;
-        progress.step();
-        if (!mayBeRegular(*entry) || (isWanted && !isWanted(entry->d_name)))
-            continue;
-        ListedFile file;
-        if (sizeOfRegular(::dirfd(folder), entry->d_name, file.size)) {
-            file.name = entry->d_name;
-            files.push_back(std::move(file));
+    // False with errno set when the folder could not be read to its end.
+    bool run(Progress& progress)
+    {
+        for (;;) {
+            const ssize_t bytes = ::getdents64(folder_, buffer_, sizeof buffer_);
+            progress.step();
+            if (bytes <= 0) {
+                // A folder that was removed meanwhile has no more files.
+                const bool isEnd = bytes == 0 || errno == ENOENT;
+                if (isEnd)
+                    handOver();
+                return isEnd;
+            }
+            take(static_cast<std::size_t>(bytes));
         }
     }
-}
 
-// Goes back to the last '*' on a mismatch, so the time is at most the product of the lengths.
-bool matchesWildcards(std::wstring_view pattern, std::wstring_view name)
-{
-    constexpr std::size_t none = std::wstring_view::npos;
-    std::size_t p = 0, n = 0, star = none, starName = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && pattern[p] == L'*') {
-            star = p++;
-            starName = n;
-        } else if (p < pattern.size() && (pattern[p] == L'?' || pattern[p] == name[n])) {
-            ++p;
-            ++n;
-        } else if (star != none) {
-            p = star + 1;
-            n = ++starName;
-        } else {
-            return false;
+private:
+    void take(std::size_t bytes)
+    {
+        for (std::size_t at = 0; at < bytes;) {
+            unsigned short length = 0;
+            std::memcpy(&length, buffer_ + at + offsetof(dirent64, d_reclen), sizeof length);
+            const auto type = static_cast<unsigned char>(buffer_[at + offsetof(dirent64, d_type)]);
+            const std::string_view name = buffer_ + at + offsetof(dirent64, d_name);
+            if (mayBeRegular(type) && (!isWanted_ || isWanted_(name)))
+                add(name);
+            at += length;
         }
     }
-    return pattern.find_first_not_of(L'*', p) == none;
-}
+
+    void add(std::string_view name)
+    {
+        if (batch_.names.size() == FileSizes::batchNamesMax)
+            handOver();
+        if (batch_.names.empty())
+            batch_.names.reserve(FileSizes::batchNamesMax);
+        batch_.names.push_back(
+            {static_cast<std::uint32_t>(batch_.text.size()), static_cast<std::uint32_t>(name.size())});
+        batch_.text.append(name.data(), name.size() + 1);
+    }
+
+    void handOver()
+    {
+        const std::size_t textBytes = batch_.text.size();
+        if (!batch_.names.empty())
+            sizes_.add(std::move(batch_));
+        batch_ = {};
+        batch_.text.reserve(textBytes);  // the next one is likely to be as long
+    }
+
+    const int folder_;
+    const NameFilter& isWanted_;
+    FileSizes& sizes_;
+    NameBatch batch_;
+    alignas(dirent64) char buffer_[readBytes];
+};
 
 }  // namespace
 
-bool listFolder(const std::string& folder, const NameFilter& isWanted, std::vector<ListedFile>& files,
+bool listFolder(const std::string& folder, const NameFilter& isWanted, FolderListing& files,
                 Progress& progress)
 {
     files.clear();
-    const OpenFolder open = openFolder(folder);
-    if (!open || !readEntries(open.get(), isWanted, files, progress)) {
+    const ScopedFd open = openFolder(folder);
+    if (!open.isOpen()) {
         setLastErrno(errno);
-        files.clear();
         return false;
     }
-    std::sort(files.begin(), files.end(),
-              [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
+    FileSizes sizes(open.get(), progress);
+    if (!NameReader(open.get(), isWanted, sizes).run(progress)) {
+        setLastErrno(errno);
+        return false;
+    }
+    const NameOrder order(sizes.batches());  // while the helper goes on asking
+    sizes.finish();
+    order.deliver(files);
     return true;
-}
-
-NameFilter wildcardFilter(std::string_view pattern)
-{
-    if (pattern == "*.*" || pattern == "*")
-        return {};
-    // Wide, so that '?' is one character and not one byte of it.
-    return [wide = fromUTF8(pattern).str()](std::string_view name) {
-        return matchesWildcards(wide, fromUTF8(name).view());
-    };
-}
-
-NameFilter prefixFilter(std::string prefix)
-{
-    return [prefix = std::move(prefix)](std::string_view name) { return name.starts_with(prefix); };
 }
 
 }  // namespace os

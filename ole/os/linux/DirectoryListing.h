@@ -1,34 +1,20 @@
 #pragma once
 
+#include "os/FolderListing.h"
 #include "os/linux/BoundedCalls.h"
+#include "os/linux/NameFilter.h"
 
-#include <cstdint>
-#include <functional>
 #include <string>
-#include <string_view>
-#include <vector>
 
 namespace os {
 
 // DirectoryListing: the regular files of a folder with their sizes, sorted by the bytes of their names.
-// Links count as what they point at; what vanishes meanwhile is left out.
+// Links count as what they point at; what vanishes meanwhile is left out. The filter sees the names alone,
+// and the disk is asked for the sizes of those that pass it.
 
-struct ListedFile
-{
-    std::string name;
-    std::uint64_t size = 0;  // bytes
-};
-
-// Tells by its name whether a file is wanted; empty for all.
-using NameFilter = std::function<bool(std::string_view)>;
-
-// False, with the last error set and no files, when folder cannot be listed.
-bool listFolder(const std::string& folder, const NameFilter& isWanted, std::vector<ListedFile>& files,
+// False, with the last error set and no files, when folder cannot be listed. Steps progress with every
+// question to the disk.
+bool listFolder(const std::string& folder, const NameFilter& isWanted, FolderListing& files,
                 Progress& progress);
-
-// The names that pattern stands for. '*' is any number of characters, '?' one character; "*.*" is every
-// name, also one without a dot.
-[[nodiscard]] NameFilter wildcardFilter(std::string_view pattern);
-[[nodiscard]] NameFilter prefixFilter(std::string prefix);
 
 }  // namespace os

@@ -32,7 +32,7 @@ namespace {
 struct ListResult
 {
     bool listed = false;
-    std::vector<ListedFile> files;
+    FolderListing files;
 };
 
 struct ReadResult
@@ -50,13 +50,12 @@ ListResult listPattern(const std::string& pattern, Progress& progress)
     return result;
 }
 
-bool deliver(ListResult result, std::vector<iFileManager::DirectoryItem>& items)
+void makeItems(const FolderListing& files, std::vector<iFileManager::DirectoryItem>& items)
 {
     items.clear();
-    items.reserve(result.files.size());
-    for (const ListedFile& file : result.files)
-        items.push_back({widePath(file.name), file.size});
-    return result.listed;
+    items.reserve(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i)
+        items.push_back({files[i].name, files[i].size});
 }
 
 std::string finalPath(const std::string& path)
@@ -230,6 +229,14 @@ bool LinuxFileManager::isWritable(const Path& path)
 
 bool LinuxFileManager::listDirectory(const Path& pattern, std::vector<DirectoryItem>& items)
 {
+    FolderListing files;
+    const bool listed = listFiles(pattern, files);
+    makeItems(files, items);
+    return listed;
+}
+
+bool LinuxFileManager::listFiles(const Path& pattern, FolderListing& files)
+{
     ListResult result = atNamed(pattern, ListResult(), [](const std::string& named, Progress& progress) {
         ListResult asNamed = listPattern(named, progress);
         if (!asNamed.files.empty() || !hasForeignSeparators(named))
@@ -237,7 +244,8 @@ bool LinuxFileManager::listDirectory(const Path& pattern, std::vector<DirectoryI
         ListResult translated = listPattern(withOwnSeparators(named), progress);
         return translated.listed ? translated : asNamed;
     });
-    return deliver(std::move(result), items);
+    files = std::move(result.files);
+    return result.listed;
 }
 
 bool LinuxFileManager::listFilesWithPrefix(const Path& folder, const Path& prefix,
@@ -255,7 +263,8 @@ bool LinuxFileManager::listFilesWithPrefix(const Path& folder, const Path& prefi
                         answer.files.clear();
                     return answer;
                 });
-    return deliver(std::move(result), items);
+    makeItems(result.files, items);
+    return result.listed;
 }
 
 bool LinuxFileManager::deleteTree(const Path& path)

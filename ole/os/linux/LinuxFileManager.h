@@ -38,6 +38,7 @@ public:
     bool createDirectory(const Path& path) override;
     [[nodiscard]] bool isWritable(const Path& path) override;
     bool listDirectory(const Path& pattern, std::vector<DirectoryItem>& items) override;
+    bool listFiles(const Path& pattern, FolderListing& files) override;
     bool listFilesWithPrefix(const Path& folder, const Path& prefix,
                              std::vector<DirectoryItem>& items) override;
     bool deleteTree(const Path& path) override;

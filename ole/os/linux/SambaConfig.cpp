@@ -172,14 +172,15 @@ std::optional<SambaShare> parseUsershare(const std::string& name, std::string_vi
 
 void addUsershares(const std::string& folder, std::vector<SambaShare>& shares)
 {
-    std::vector<ListedFile> files;
+    FolderListing files;
     Progress unused;
     if (folder.empty() || !listFolder(folder, {}, files, unused))
         return;
-    for (const ListedFile& file : files) {
-        const std::string path = folder + '/' + file.name;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const std::string name = pathBytes(files[i].name);
+        const std::string path = folder + '/' + name;
         const std::optional<std::string> text = readConfig(path, usershareBytesMax);
-        const std::optional<SambaShare> share = text ? parseUsershare(file.name, *text) : std::nullopt;
+        const std::optional<SambaShare> share = text ? parseUsershare(name, *text) : std::nullopt;
         if (share)
             shares.push_back(*share);
         else

@@ -242,6 +242,16 @@ bool FakeFileManager::listDirectory(const Path& pattern, std::vector<DirectoryIt
                 [&](std::wstring_view candidate) { return fake::matchesPattern(candidate, wildcards); });
 }
 
+bool FakeFileManager::listFiles(const Path& pattern, FolderListing& files)
+{
+    std::vector<DirectoryItem> items;
+    const bool listed = listDirectory(pattern, items);
+    files.clear();
+    for (const DirectoryItem& item : items)
+        files.add(item.name.view(), item.size);
+    return listed;
+}
+
 bool FakeFileManager::listFilesWithPrefix(const Path& folder, const Path& prefix,
                                           std::vector<DirectoryItem>& items)
 {

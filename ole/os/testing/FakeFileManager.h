@@ -41,6 +41,7 @@ public:
     bool createDirectory(const Path& path) override;
     bool isWritable(const Path& path) override;
     bool listDirectory(const Path& pattern, std::vector<DirectoryItem>& items) override;
+    bool listFiles(const Path& pattern, FolderListing& files) override;  // logs and fails as listDirectory
     bool listFilesWithPrefix(const Path& folder, const Path& prefix,
                              std::vector<DirectoryItem>& items) override;
     bool deleteTree(const Path& path) override;

@@ -35,6 +35,10 @@ public:
     {
         return target_.listDirectory(pattern, items);
     }
+    bool listFiles(const Path& pattern, FolderListing& files) override
+    {
+        return target_.listFiles(pattern, files);
+    }
     bool listFilesWithPrefix(const Path& folder, const Path& prefix,
                              std::vector<DirectoryItem>& items) override
     {
