@@ -18,21 +18,21 @@ public:
     using ForwardingFileManager::ForwardingFileManager;
     void give(const std::vector<LightweightString<wchar_t>>& names)
     {
-        for (const auto& name : names)
-            items_.push_back({name, clipBytes});
         // As a platform lists them.
-        std::sort(items_.begin(), items_.end(), [](const DirectoryItem& a, const DirectoryItem& b) {
-            return a.name.view() < b.name.view();
-        });
+        std::vector<LightweightString<wchar_t>> sorted = names;
+        std::sort(sorted.begin(), sorted.end(),
+                  [](const auto& a, const auto& b) { return a.view() < b.view(); });
+        for (const auto& name : sorted)
+            files_.add(name.view(), clipBytes);
     }
-    bool listDirectory(const Path&, std::vector<DirectoryItem>& items) override
+    bool listFiles(const Path&, FolderListing& files) override
     {
-        items = std::exchange(items_, {});
+        files = std::exchange(files_, {});
         return true;
     }
 
 private:
-    std::vector<DirectoryItem> items_;
+    FolderListing files_;
 };
 
 std::size_t findLength(const Cookie& clip) { return SystemCache::find(clip).getPath().size(); }

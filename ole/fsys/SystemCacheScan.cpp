@@ -22,7 +22,7 @@ constexpr std::array<std::wstring_view, 10> companionExtensions = {
     L".partial", L".lvix", L".laix", L".lvix2", L".laix2", L".vix", L".aix", L".vix2", L".aix2", L".reapeaks",
 };
 
-using Item = iFileManager::DirectoryItem;
+using Item = FolderListing::File;
 
 // What becomes of a listed file; a name alone tells no more than media.
 enum class Outcome { empty, ineligible, notCookie, media, added, augmented };
@@ -34,6 +34,15 @@ struct Judged
     std::unique_ptr<FsysDirectoryEntry> entry;  // of a file that is no proxy, ready for the index
 };
 
+bool isCompanion(std::wstring_view name)
+{
+    // Most names differ in their last character from all of these.
+    const wchar_t last = name.empty() ? L'\0' : name.back();
+    return std::any_of(
+        companionExtensions.begin(), companionExtensions.end(),
+        [&](std::wstring_view extension) { return extension.back() == last && name.ends_with(extension); });
+}
+
 // The name up to its first '.': what follows tells high-res from proxy.
 std::wstring_view stemOf(std::wstring_view name) { return name.substr(0, name.find(L'.')); }
 
@@ -42,11 +51,11 @@ Outcome judge(const Item& item, Cookie& cookie)
 {
     if (item.size == 0)
         return Outcome::empty;
-    if (!SystemCache::isEligible(item.name))
+    if (isCompanion(item.name))
         return Outcome::ineligible;
     // The parser is more generous than the rule for names, as it passes over blanks: what prints differently
     // is another name. A text of the right length has no blanks.
-    const std::wstring_view stem = stemOf(item.name.view());
+    const std::wstring_view stem = stemOf(item.name);
     if (stem.size() == Cookie::completeLength)
         cookie = Cookie::fromCompleteForm(stem);
     return cookie.valid() ? Outcome::media : Outcome::notCookie;
@@ -97,8 +106,12 @@ public:
         if (SystemCache::debug_)
             Log("Num files %d\n", static_cast<int>(items_.size()));
 
-        fileAll(startMs);
-        releaseNames();
+        const std::lock_guard hold(SystemCache::lock_);
+        fileAll();
+        if (SystemCache::debug_) {
+            Log("Time taken (%.1fms)\n", service_get_msecs_precise() - startMs);
+            traceSeparator();
+        }
     }
 
 private:
@@ -106,11 +119,10 @@ private:
     // making of entries.
     void readFolder(const LightweightString<wchar_t>& pattern)
     {
-        OS()->getFileManager()->listDirectory(pattern, items_);
+        OS()->getFileManager()->listFiles(pattern, items_);
         judged_.resize(items_.size());
         order_.reserve(items_.size());
         for (std::size_t i = 0; i < items_.size(); ++i) {
-            prefetchNameBehind(i);
             judgeOne(items_[i], judged_[i]);
             if (judged_[i].outcome == Outcome::media)
                 order_.push_back({judged_[i].cookie.getClip(), i});
@@ -123,28 +135,7 @@ private:
             std::stable_sort(order_.begin(), order_.end(), byClip);
     }
 
-    // Names lie anywhere. Fetching one overlaps with the work on those before it.
-    void prefetchNameBehind(std::size_t item) const
-    {
-        constexpr std::size_t ahead = 8;
-        constexpr std::size_t charactersOfALine = 64 / sizeof(wchar_t);
-        if (item + ahead >= items_.size())
-            return;
-        const wchar_t* const name = items_[item + ahead].name.c_str();
-        __builtin_prefetch(name);
-        __builtin_prefetch(name + charactersOfALine);
-    }
-
-    // Not one by one as they are judged: that would leave holes for entries to be scattered over.
-    void releaseNames()
-    {
-        for (std::size_t i = 0; i < items_.size(); ++i) {
-            prefetchNameBehind(i);
-            items_[i].name = {};
-        }
-    }
-
-    void judgeOne(const Item& item, Judged& judged) const
+    void judgeOne(const Item& item, Judged& judged)
     {
         judged.outcome = judge(item, judged.cookie);
         if (judged.outcome != Outcome::media || folderDecides_ || MediaFileInfo::hasProxyWord(item.name))
@@ -152,9 +143,8 @@ private:
         judged.entry.reset(new FsysDirectoryEntry(folder_.getDrive(), folderName_, item.name, item.size));
     }
 
-    void fileAll(double startMs)
+    void fileAll()
     {
-        const std::lock_guard hold(SystemCache::lock_);
         for (const Filing& filing : order_)
             fileMedia(items_[filing.item], judged_[filing.item]);
         for (std::size_t i = 0; i < items_.size(); ++i) {
@@ -163,10 +153,6 @@ private:
                 trace(items_[i], judged_[i].outcome);
         }
         SystemCache::scanCounts_ += counts_;
-        if (SystemCache::debug_) {
-            Log("Time taken (%.1fms)\n", service_get_msecs_precise() - startMs);
-            traceSeparator();
-        }
     }
 
     void fileMedia(const Item& item, Judged& judged)
@@ -223,7 +209,7 @@ private:
     MaterialFilename folder_;
     FolderName folderName_;  // the same path
     bool folderDecides_;     // whether a file may be a proxy for what its folder is called
-    std::vector<Item> items_;
+    FolderListing items_;
     std::vector<Judged> judged_;  // one for each item
     std::vector<Filing> order_;   // of the media
     ScanCounts counts_;
@@ -231,12 +217,7 @@ private:
 
 bool SystemCache::isEligible(const LightweightString<wchar_t>& fileName)
 {
-    // Most names differ in their last character from all of these.
-    const wchar_t last = fileName.empty() ? L'\0' : fileName.view().back();
-    return std::none_of(companionExtensions.begin(), companionExtensions.end(),
-                        [&](std::wstring_view extension) {
-                            return extension.back() == last && fileName.endsWith(extension);
-                        });
+    return !isCompanion(fileName.view());
 }
 
 void SystemCache::addDirectory(const MaterialFilename& folder) { SystemCacheScan(folder).run(); }

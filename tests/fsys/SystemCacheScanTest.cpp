@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <utility>
 
@@ -260,11 +261,11 @@ TEST_F(SystemCacheScan, ReadsTheDiskWithoutTheLock)
     {
     public:
         using ForwardingFileManager::ForwardingFileManager;
-        bool listDirectory(const Path& pattern, std::vector<DirectoryItem>& items) override
+        bool listFiles(const Path& pattern, FolderListing& files) override
         {
             std::thread([&] { (void)SystemCache::fileExists(vision(1)); }).join();
             answered = true;
-            return ForwardingFileManager::listDirectory(pattern, items);
+            return ForwardingFileManager::listFiles(pattern, files);
         }
         bool answered = false;
     };
@@ -326,12 +327,13 @@ TEST_F(SystemCacheScan, FindsEveryClipWhateverTheOrderOfTheListing)
     {
     public:
         using ForwardingFileManager::ForwardingFileManager;
-        bool listDirectory(const Path&, std::vector<DirectoryItem>& items) override
+        bool listFiles(const Path&, FolderListing& files) override
         {
-            std::mt19937 random(7);
-            for (unsigned number = 0; number < 3000; ++number)
-                items.push_back({vision(number).asWString() + L".mov", 1000 + number});
-            std::shuffle(items.begin(), items.end(), random);
+            std::vector<unsigned> numbers(3000);
+            std::iota(numbers.begin(), numbers.end(), 0u);
+            std::shuffle(numbers.begin(), numbers.end(), std::mt19937(7));
+            for (const unsigned number : numbers)
+                files.add(vision(number).asWString() + L".mov", 1000 + number);
             return true;
         }
     };
