@@ -136,10 +136,22 @@ public:
     // Takes other's callers into this listed request where ranges, direction, status and the file's
     // coalesce length allow it; 1 when it did. other is then to be destroyed by the caller.
     unsigned Coalesce(FileRequest* other);
+    // As Coalesce with a request for range's bytes that has caller as its only one. The range is a request
+    // that nobody waits for; it stays as it is. A null function waits for nothing and is left out.
+    unsigned CoalesceCaller(const FileRequest& range, CompletionInfo&& caller);
+    // False when the places of both alone rule out that Coalesce takes b in. Looks at nothing that another
+    // thread may be changing.
+    [[nodiscard]] bool isNear(const FileRequest& b) const
+    {
+        return encompasses(&b) || reaches(*this, b) || reaches(b, *this);
+    }
     // b begins inside a, right behind it, or (reads) behind a hole of at most CoalesceGap_. Writes must
     // adjoin in memory as well.
     [[nodiscard]] static bool runs_into(const FileRequest* a, const FileRequest* b);
-    [[nodiscard]] bool encompasses(const FileRequest* b) const;
+    [[nodiscard]] bool encompasses(const FileRequest* b) const
+    {
+        return b->position_ >= position_ && b->end() <= end();
+    }
     // Length of a when it reaches as far as b does.
     [[nodiscard]] static std::uint32_t FurthestLength(const FileRequest* a, const FileRequest* b);
 
@@ -191,10 +203,18 @@ private:
     static constexpr std::uint32_t FINISHING = 0x400;
     static constexpr std::uint32_t ORPHAN = 0x800;
 
+    class Merging;
+
+    // b begins inside a, right behind it, or behind a hole that a merge bridges.
+    [[nodiscard]] static bool reaches(const FileRequest& a, const FileRequest& b)
+    {
+        return a.position_ <= b.position_ && b.position_ <= a.end() + (a.is_read_ ? CoalesceGap_ : 0);
+    }
     // Holds off the completion. False when the request is neither queued nor started, or ends already.
     bool beginMerge();
     void endMerge() { state_.fetch_and(~MERGING, std::memory_order_release); }
-    bool absorb(FileRequest& other);
+    // Grows over the bytes of b where that is allowed; offset is then where they begin in this request.
+    bool absorb(const FileRequest& b, std::uint32_t& offset);
     void adoptCallers(FileRequest& other, std::uint32_t offset);
     void deliver(CompletionInfo& caller);
     [[nodiscard]] std::uint64_t end() const { return position_ + ByteCount_; }

@@ -8,16 +8,39 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
-bool FileRequest::encompasses(const FileRequest* b) const
+// Merging: the time in which callers are added to a request.
+//
+// A completion works without the file's lock, so that one that may come is held off. None comes while the
+// request waits in the queue: it leaves that state under the lock, which is held here.
+class FileRequest::Merging
 {
-    return b->position_ >= position_ && b->end() <= end();
-}
+public:
+    explicit Merging(FileRequest& request)
+        : request_(request),
+          waits_(request.state_.load(std::memory_order_acquire) == QUEUED),
+          isPossible_(waits_ || request.beginMerge())
+    {}
+    ~Merging()
+    {
+        if (isPossible_ && !waits_)
+            request_.endMerge();
+    }
+    Merging(const Merging&) = delete;
+    Merging& operator=(const Merging&) = delete;
+
+    [[nodiscard]] bool isPossible() const { return isPossible_; }
+
+private:
+    FileRequest& request_;
+    const bool waits_;
+    const bool isPossible_;
+};
 
 bool FileRequest::runs_into(const FileRequest* a, const FileRequest* b)
 {
-    const std::uint32_t gap = a->is_read_ ? CoalesceGap_ : 0;
-    if (a->position_ > b->position_ || b->position_ > a->end() + gap)
+    if (!reaches(*a, *b))
         return false;
     if (a->is_read_)
         return true;
@@ -37,14 +60,27 @@ unsigned FileRequest::Coalesce(FileRequest* other)
 {
     if (is_read_ != other->is_read_ || synchronous_ != other->synchronous_)
         return 0;
-    if (!beginMerge())
+    const Merging merging(*this);
+    std::uint32_t offset = 0;
+    if (!merging.isPossible() || !absorb(*other, offset))
         return 0;
-    const bool merged = absorb(*other);
-    endMerge();
-    return merged ? 1 : 0;
+    adoptCallers(*other, offset);
+    return 1;
 }
 
-bool FileRequest::absorb(FileRequest& b)
+unsigned FileRequest::CoalesceCaller(const FileRequest& range, CompletionInfo&& caller)
+{
+    if (is_read_ != range.is_read_ || synchronous_ != range.synchronous_)
+        return 0;
+    const Merging merging(*this);
+    if (!merging.isPossible() || !absorb(range, caller.bufferOffset))
+        return 0;
+    if (caller.function)
+        completions_.add(std::move(caller));
+    return 1;
+}
+
+bool FileRequest::absorb(const FileRequest& b, std::uint32_t& offset)
 {
     const bool inside = encompasses(&b);
     const bool isStarted = status() == STARTED;
@@ -52,7 +88,7 @@ bool FileRequest::absorb(FileRequest& b)
         return false;
 
     const std::uint32_t oldLength = ByteCount_;
-    std::uint32_t offset = 0;
+    offset = 0;
     if (runs_into(this, &b)) {
         if (b.position_ - position_ + b.ByteCount_ > std::numeric_limits<std::uint32_t>::max())
             return false;
@@ -82,7 +118,6 @@ bool FileRequest::absorb(FileRequest& b)
             pool->reservedBytes.fetch_add(growth, std::memory_order_acq_rel);
         file_->addOutstanding(b.is_read_, growth);
     }
-    adoptCallers(b, offset);
     engineStatistics.merges.fetch_add(1, std::memory_order_relaxed);
     return true;
 }

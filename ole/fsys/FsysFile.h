@@ -205,8 +205,17 @@ private:
     [[nodiscard]] FSYS_LOCAL bool isForWriting() const;
     FSYS_LOCAL unsigned issue(FileRequest* request, unsigned char* data, bool reads);
     FSYS_LOCAL void kick();
-    // Counts a request that does not kick by itself; kicks when too many wait.
-    FSYS_LOCAL void countDeferred();
+    // Counts a request that does not kick by itself; true when so many wait that a kick is due. REQUIRES: the
+    // lock is held, so that no pass forgets the count of what it has not started.
+    [[nodiscard]] FSYS_LOCAL bool countDeferred();
+    [[nodiscard]] FSYS_LOCAL bool hasTooManyDeferred() const;
+    [[nodiscard]] FSYS_LOCAL static bool hasRoom(const Vector<FileRequest*>& list);
+    // DirectRead without a look at the details: takes the read when there is room in the list and no finished
+    // read answers it. False: nothing was done.
+    FSYS_LOCAL bool takeRead(std::uint64_t position, unsigned bytes, bool coalescable,
+                             FsysCompletionFunction fn, const Qz::Ptr<iObject>& context);
+    FSYS_LOCAL bool listRead(std::uint64_t position, unsigned bytes, bool coalescable,
+                             FsysCompletionFunction fn, const Qz::Ptr<iObject>& context);
     FSYS_LOCAL void enqueue(Vector<FileRequest*>* list, FileRequest* request);
     FSYS_LOCAL void failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result);
     [[nodiscard]] FSYS_LOCAL FileRequest* findCached(const FileRequest* request) const;

@@ -20,6 +20,8 @@ constexpr unsigned retryPauseMs = 20;
 unsigned FsysFile::DirectRead(long position, unsigned int bytes, bool coalescable, FsysCompletionFunction fn,
                               Qz::Ptr<iObject>& context)
 {
+    if (takeRead(static_cast<unsigned long>(position), bytes, coalescable, fn, context))
+        return 1;
     if (const unsigned room = CheckRequestListSize(readRequests_); room != 1)
         return room;
     auto* request = new FileRequest(true, bytes, static_cast<unsigned long>(position), coalescable, false,

@@ -10,6 +10,7 @@
 #include "fsys/Fsys.h"
 #include "fsys/FsysBuf.h"
 #include "fsys/FsysFile.h"
+#include "fsys/ListHold.h"
 #include "fsys/MediaDrive.h"
 #include "support/Log.h"
 
@@ -30,18 +31,29 @@ void reserve(std::uint32_t bytes)
 FileRequest* mergeInto(const Vector<FileRequest*>& list, FileRequest* request)
 {
     for (FileRequest* const listed : list)
-        if (listed->Coalesce(request))
+        if (listed->isNear(*request) && listed->Coalesce(request))
             return listed;
     return nullptr;
 }
 
 }  // namespace
 
-void FsysFile::countDeferred()
+bool FsysFile::countDeferred()
 {
-    const std::uint32_t deferred = deferredCount_.fetch_add(1, std::memory_order_relaxed) + 1;
-    if (static_cast<std::int64_t>(deferred) > engineConfig.forcePollLimit)
-        kick();
+    const std::uint32_t deferred = deferredCount_.load(std::memory_order_relaxed) + 1;
+    deferredCount_.store(deferred, std::memory_order_relaxed);
+    return static_cast<std::int64_t>(deferred) > engineConfig.forcePollLimit;
+}
+
+bool FsysFile::hasTooManyDeferred() const
+{
+    return static_cast<std::int64_t>(deferredCount_.load(std::memory_order_relaxed)) >
+           2 * std::int64_t{engineConfig.forcePollLimit};
+}
+
+bool FsysFile::hasRoom(const Vector<FileRequest*>& list)
+{
+    return static_cast<std::int64_t>(list.size()) <= engineConfig.maxRequestListSize;
 }
 
 // REQUIRES: the lock is held.
@@ -62,8 +74,9 @@ unsigned FsysFile::QueueReadRequest(FileRequest* request)
     // Taken before the poll thread can see the request, which may be over and evicted before we wait.
     Qz::Ptr<iThreadEvent> ended;
     bool merged = false;
+    bool kicks = false;
     {
-        const std::lock_guard<CriticalSection> hold(*lock_);
+        const ListHold hold(*lock_);
         if (closing_)
             return 0;
         if (FileRequest* const survivor = mergeInto(*readRequests_, request)) {
@@ -75,15 +88,65 @@ unsigned FsysFile::QueueReadRequest(FileRequest* request)
             reserve(request->ByteCount_);
             enqueue(readRequests_, request);
         }
+        // A merged request that may wait does so without a kick, even when its caller waits for it.
+        kicks = !deferrable || (synchronous && !merged);
+        if (deferrable && !synchronous)
+            kicks = countDeferred();
     }
-    // A merged request that may wait does so without a kick, even when its caller waits for it.
-    if (!deferrable || (synchronous && !merged))
+    if (kicks)
         kick();
-    if (synchronous)
-        ended->wait();
-    if (deferrable && (merged || !synchronous))
-        countDeferred();
+    if (!synchronous)
+        return 1;
+    ended->wait();
+    if (deferrable && merged) {
+        {
+            const ListHold hold(*lock_);
+            kicks = countDeferred();
+        }
+        if (kicks)
+            kick();
+    }
     return 1;
+}
+
+bool FsysFile::takeRead(std::uint64_t position, unsigned bytes, bool coalescable, FsysCompletionFunction fn,
+                        const Qz::Ptr<iObject>& context)
+{
+    if (bytes == 0 || hasTooManyDeferred())
+        return false;
+    const bool deferrable = coalescable && DeferRequestStart;
+    {
+        const ListHold hold(*lock_);
+        if (closing_ || cacheDisabled_ || !hasRoom(*readRequests_))
+            return false;
+        if (!listRead(position, bytes, coalescable, fn, context))
+            return false;
+        position_ += bytes;
+        if (deferrable && !countDeferred())
+            return true;
+        holdForTransfer();
+    }
+    // Without the lock: the thread that this wakes wants it.
+    kick();
+    release(this);
+    return true;
+}
+
+// Merges the read into a listed one or lists it; false when a finished one has its bytes.
+bool FsysFile::listRead(std::uint64_t position, unsigned bytes, bool coalescable, FsysCompletionFunction fn,
+                        const Qz::Ptr<iObject>& context)
+{
+    const FileRequest range(true, bytes, position, coalescable, false, nullptr, this, nullptr, nullptr);
+    if (findCached(&range))
+        return false;
+    for (FileRequest* const listed : *readRequests_)
+        if (listed->isNear(range) &&
+            listed->CoalesceCaller(range, CompletionInfo(fn, context, position, bytes)))
+            return true;
+    reserve(bytes);
+    enqueue(readRequests_,
+            new FileRequest(true, bytes, position, coalescable, false, nullptr, this, fn, context));
+    return true;
 }
 
 unsigned FsysFile::QueueWriteRequest(FileRequest* request)
@@ -95,7 +158,7 @@ unsigned FsysFile::QueueWriteRequest(FileRequest* request)
         const Qz::Ptr<iThreadEvent> ended = request->syncEvent();
         reserve(request->ByteCount_);
         {
-            const std::lock_guard<CriticalSection> hold(*lock_);
+            const ListHold hold(*lock_);
             if (closing_)
                 return 0;
             enqueue(writeRequests_, request);
@@ -107,8 +170,9 @@ unsigned FsysFile::QueueWriteRequest(FileRequest* request)
         kick();
         return 1;
     }
+    bool kicks = false;
     {
-        const std::lock_guard<CriticalSection> hold(*lock_);
+        const ListHold hold(*lock_);
         if (closing_)
             return 0;
         if (DeferRequestStart && mergeInto(*writeRequests_, request)) {
@@ -117,19 +181,20 @@ unsigned FsysFile::QueueWriteRequest(FileRequest* request)
             reserve(request->ByteCount_);
             enqueue(writeRequests_, request);
         }
+        kicks = countDeferred();
     }
-    countDeferred();
+    if (kicks)
+        kick();
     return 1;
 }
 
 unsigned FsysFile::CheckRequestListSize(Vector<FileRequest*>* list)
 {
     const auto fits = [this, list] {
-        const std::lock_guard<CriticalSection> hold(*lock_);
-        return static_cast<std::int64_t>(list->size()) <= engineConfig.maxRequestListSize;
+        const ListHold hold(*lock_);
+        return hasRoom(*list);
     };
-    if (static_cast<std::int64_t>(deferredCount_.load(std::memory_order_relaxed)) >
-        2 * std::int64_t{engineConfig.forcePollLimit})
+    if (hasTooManyDeferred())
         return EngineError::listFull;
     if (fits())
         return 1;
@@ -144,29 +209,26 @@ unsigned FsysFile::CheckRequestListSize(Vector<FileRequest*>* list)
 
 void FsysFile::removeOldestRequest(Vector<FileRequest*>* list)
 {
-    const std::lock_guard<CriticalSection> hold(*lock_);
+    const ListHold hold(*lock_);
     // Deliberate: each stamp is compared with a fixed bound, not with the smallest one seen, so the last
-    // complete request of the list goes and not the one that served longest ago. Index 0 means "none", so
-    // a complete request at the head stays.
-    unsigned chosen = 0;
-    for (unsigned i = 0; i < list->size(); ++i) {
-        const FileRequest* const request = (*list)[i];
-        if (request->status() == FileRequest::COMPLETE && request->usageStamp_ <= usageStampLimit)
-            chosen = i;
+    // complete request of the list goes and not the one that served longest ago. A complete request at the
+    // head stays.
+    for (unsigned i = list->size(); i > 1; --i) {
+        FileRequest* const request = (*list)[i - 1];
+        if (request->status() == FileRequest::COMPLETE && request->usageStamp_ <= usageStampLimit) {
+            list->removeIdx(i - 1);
+            FileRequest::destroy(request);
+            return;
+        }
     }
-    if (chosen == 0)
-        return;
-    FileRequest* const evicted = (*list)[chosen];
-    list->removeIdx(chosen);
-    FileRequest::destroy(evicted);
 }
 
 unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
 {
     if (const Qz::Ptr<MediaDrive> volume = DiskManager::getVolume(path_); volume && deferredCount_ == 0)
         volume->setSlow(false);
+    const ListHold hold(*lock_);
     deferredCount_ = 0;
-    const std::lock_guard<CriticalSection> hold(*lock_);
     removeOldestRequest(list);
     if (list->empty()) {
         removeOldestRequest(list);
@@ -211,7 +273,7 @@ void FsysFile::failStart(Vector<FileRequest*>* list, FileRequest* request, unsig
 FileRequest* FsysFile::findCached(const FileRequest* request) const
 {
     for (FileRequest* const listed : *readRequests_)
-        if (listed->status() == FileRequest::COMPLETE && listed->isRead() && listed->encompasses(request))
+        if (listed->encompasses(request) && listed->status() == FileRequest::COMPLETE && listed->isRead())
             return listed;
     return nullptr;
 }
@@ -221,7 +283,7 @@ unsigned FsysFile::SatisfyFromCache(FileRequest* request)
     if (closing_)
         return 0;
     {
-        const std::lock_guard<CriticalSection> hold(*lock_);
+        const ListHold hold(*lock_);
         FileRequest* const found = findCached(request);
         if (!found)
             return 0;

@@ -50,11 +50,16 @@ int FsysPoll::StartPolling(void* self)
 {
     auto* const poll = static_cast<FsysPoll*>(self);
     bool kicked = false;
-    while (poll->running_) {
+    for (;;) {
+        // All that was kicked for until now is started by the pass that follows. The kicks of callers that
+        // went on while this thread woke up would have it make another pass, over what they have queued
+        // by then: a few reads, which are better merged with those that come.
+        poll->kickEvent_->reset();
+        if (!poll->running_)
+            return 0;
         poll->Polltasks();
         kicked = poll->waitForKick(kicked);
     }
-    return 0;
 }
 
 // False when the poll delay was over first. lookFirst: there was a kick, so the next one may be near.
