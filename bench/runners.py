@@ -91,8 +91,12 @@ class Runner:
                 environment |= {"FSYS_CFG_BusyWait": "100"}
             elif peer == "fsys-merging":
                 options["coalescable"] = True
-            elif peer == "fsys-deferred":
+            elif peer.startswith("fsys-deferred"):
                 options |= {"coalescable": True, "deferred": True}
+                if peer == "fsys-deferred-deep":
+                    # By default 31 deferred reads start a pass and more than 60 are refused, however many the caller
+                    # would keep under way. Here a pass starts two fifths of them and the next two gather meanwhile.
+                    environment |= {"FSYS_CFG_ForcePollLimit": str(work["depth"] * 2 // 5)}
         elif peer == "pread-1":
             name = "pread"
             options["depth"] = 1

@@ -1,8 +1,10 @@
 // Reads through the engine. Each file's reads are asked for by whatever thread its completions run on, one
 // thread at a time, so that they stay in order.
 //
-// A refusal means "again after the next completion". Where nothing is under way that could complete, the
-// main thread asks again after a moment, which the report counts as a stall.
+// A refusal means "again after the next completion". Where nothing is under way that could complete, the main
+// thread asks again after a moment, which the report counts as a stall. How many reads were under way on
+// average is reported too: too many deferred reads are refused long before a great depth is reached, unless
+// "ForcePollLimit" fits the depth.
 
 #include "Claims.h"
 #include "Engine.h"
@@ -19,6 +21,10 @@
 namespace {
 
 constexpr auto stallPause = std::chrono::milliseconds(1);
+
+// News for the asking thread: a read has ended, or only that it is to ask.
+constexpr std::uint64_t oneEnded = 1;
+constexpr std::uint64_t askAgain = std::uint64_t{1} << 32;
 
 class FileReader;
 
@@ -45,7 +51,7 @@ public:
     void begin()
     {
         claims_.begin();
-        ask();
+        ask(askAgain);
     }
     // Until every position was read.
     void wait()
@@ -59,7 +65,7 @@ public:
             ++stalls_;
             hold.unlock();
             std::this_thread::sleep_for(stallPause);
-            ask();
+            ask(askAgain);
             hold.lock();
         }
     }
@@ -69,6 +75,8 @@ public:
             throw std::runtime_error("a read failed or brought other bytes");
         report["refused_full"] = report.value("refused_full", 0U) + refusedFull_;
         report["refused_deferred"] = report.value("refused_deferred", 0U) + refusedDeferred_;
+        report["under_way_mean"] = report.value("under_way_mean", 0.0) +
+                                   static_cast<double>(underWaySum_) / static_cast<double>(looks_);
         report["stalls"] = report.value("stalls", 0U) + stalls_;
     }
     [[nodiscard]] std::uint64_t ended() const { return ended_; }
@@ -81,27 +89,29 @@ private:
             reader.claims_.arrived(data->getBuffer());
         else
             ++reader.failed_;
-        ++reader.ended_;
-        --reader.underWay_;
-        reader.ask();
+        reader.ask(oneEnded);
     }
 
-    // Fills up to the depth. A completion that comes while another thread asks leaves it to that thread.
-    void ask()
+    // Fills up to the depth. What comes while another thread asks is left to that thread: whoever finds no
+    // news that wait to be looked at is the asking thread until it has looked at all.
+    void ask(std::uint64_t news)
     {
-        std::uint64_t seen = 0;
+        if (news_.fetch_add(news, std::memory_order_acq_rel) != 0)
+            return;
         bool idle = false;
         bool over = false;
         do {
-            if (asking_.exchange(true))
-                return;
-            seen = ended_;
+            const std::uint64_t ended = news % askAgain;
+            ended_ += ended;
+            underWay_ -= static_cast<unsigned>(ended);
             while (underWay_ < work_.depth && askForOne()) {
             }
             idle = underWay_ == 0;
             over = exhausted_;
-            asking_ = false;
-        } while (ended_ != seen);
+            underWaySum_ += underWay_;
+            ++looks_;
+            news = news_.fetch_sub(news, std::memory_order_acq_rel) - news;
+        } while (news != 0);
         if (idle)
             tellMain(over ? finished_ : stalled_);
     }
@@ -111,15 +121,13 @@ private:
             exhausted_ = true;
             return false;
         }
-        ++underWay_;
-        Qz::Ptr<iObject> context = context_;
-        const unsigned result =
-            file_->DirectRead(static_cast<long>(*waiting_), work_.block, work_.coalescable, &onData, context);
+        const unsigned result = file_->DirectRead(static_cast<long>(*waiting_), work_.block,
+                                                  work_.coalescable, &onData, context_);
         if (result == 1) {
+            ++underWay_;
             waiting_.reset();
             return true;
         }
-        --underWay_;
         ++(result == 0 ? refusedFull_ : refusedDeferred_);
         return false;
     }
@@ -133,14 +141,18 @@ private:
     const Work& work_;
     Claims claims_;
     FsysFile* const file_;
-    const Qz::Ptr<iObject> context_;
-    std::atomic<bool> asking_{false};
-    std::optional<std::uint64_t> waiting_;  // claimed and refused; like all below for the asking thread
+    std::atomic<std::uint64_t> news_{0};  // sum of what the asking thread has not looked at or done with
+    // Of the asking thread:
+    Qz::Ptr<iObject> context_;
+    std::optional<std::uint64_t> waiting_;  // claimed and refused
     bool exhausted_ = false;
     unsigned refusedFull_ = 0;
     unsigned refusedDeferred_ = 0;
-    std::atomic<unsigned> underWay_{0};
-    std::atomic<std::uint64_t> ended_{0};
+    unsigned underWay_ = 0;
+    std::uint64_t ended_ = 0;
+    std::uint64_t underWaySum_ = 0;
+    std::uint64_t looks_ = 0;
+
     std::atomic<unsigned> failed_{0};
     unsigned stalls_ = 0;
     std::mutex guard_;
