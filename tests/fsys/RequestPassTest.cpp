@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <memory>
 #include <thread>
 
@@ -170,6 +171,29 @@ TEST_F(PollThreadTest, WaitsItsDelayBetweenTwoPassesUnlessItIsKicked)
     EXPECT_EQ(70U, waits[1].timeoutMs);
     EXPECT_TRUE(waits[1].signalled);
     EXPECT_DOUBLE_EQ(0, waits[1].tookMs);
+}
+
+TEST_F(PollThreadTest, ForgetsTheKicksThatAPassIsAboutToAnswerBeforeThatPass)
+{
+    os.threads().useRealThreads();
+    std::size_t resetsBeforeThePass = 0;
+    {
+        std::unique_lock<CriticalSection> passes(lock);
+        FsysPoll poll(&files, &lock, true, 86400000, 50);
+        const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (os.log().count(fake::Op::resetEvent) == 0 && std::chrono::steady_clock::now() < patience)
+            std::this_thread::yield();
+        resetsBeforeThePass = os.log().count(fake::Op::resetEvent);
+        poll.Kick();  // of a read that the pass may have gone by
+        passes.unlock();
+        while (os.clock().waits().empty())
+            std::this_thread::yield();
+        EXPECT_TRUE(os.clock().awaitOthersWaiting(1));
+    }
+    EXPECT_EQ(1U, resetsBeforeThePass);
+    const auto waits = os.clock().waits();
+    EXPECT_TRUE(waits[0].signalled);
+    EXPECT_DOUBLE_EQ(0, waits[0].tookMs);
 }
 
 TEST_F(PollThreadTest, EndsBetweenTwoFilesOfAPass)
