@@ -139,11 +139,13 @@ public:
     // As Coalesce with a request for range's bytes that has caller as its only one. The range is a request
     // that nobody waits for; it stays as it is. A null function waits for nothing and is left out.
     unsigned CoalesceCaller(const FileRequest& range, CompletionInfo&& caller);
-    // False when the places of both alone rule out that Coalesce takes b in. Looks at nothing that another
-    // thread may be changing.
+    // False when the places of both alone rule out that Coalesce takes b in: neither begins at most a gap
+    // behind the other's end. Looks at nothing that another thread may be changing.
     [[nodiscard]] bool isNear(const FileRequest& b) const
     {
-        return encompasses(&b) || reaches(*this, b) || reaches(b, *this);
+        // One comparison for both sides: b begins from its own length and a gap before this one on.
+        const std::uint64_t before = std::uint64_t{b.ByteCount_} + CoalesceGap_;
+        return b.position_ - position_ + before <= before + ByteCount_ + CoalesceGap_;
     }
     // b begins inside a, right behind it, or (reads) behind a hole of at most CoalesceGap_. Writes must
     // adjoin in memory as well.
@@ -151,6 +153,11 @@ public:
     [[nodiscard]] bool encompasses(const FileRequest* b) const
     {
         return b->position_ >= position_ && b->end() <= end();
+    }
+    // This is a finished read that holds all of b.
+    [[nodiscard]] bool answers(const FileRequest& b) const
+    {
+        return encompasses(&b) && status() == COMPLETE && is_read_;
     }
     // Length of a when it reaches as far as b does.
     [[nodiscard]] static std::uint32_t FurthestLength(const FileRequest* a, const FileRequest* b);

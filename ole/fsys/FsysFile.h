@@ -210,10 +210,13 @@ private:
     [[nodiscard]] FSYS_LOCAL bool countDeferred();
     [[nodiscard]] FSYS_LOCAL bool hasTooManyDeferred() const;
     [[nodiscard]] FSYS_LOCAL static bool hasRoom(const Vector<FileRequest*>& list);
-    // DirectRead without a look at the details: takes the read when there is room in the list and no finished
-    // read answers it. False: nothing was done.
-    FSYS_LOCAL bool takeRead(std::uint64_t position, unsigned bytes, bool coalescable,
-                             FsysCompletionFunction fn, const Qz::Ptr<iObject>& context);
+    // The first part of DirectRead: makes room in the list, and lists the read or merges it unless it asks
+    // for more than that (nothing at all, a finished read's bytes, a closing file, a disabled cache). kicks
+    // is set when a kick is due. REQUIRES: the lock is held.
+    enum class Taken { accepted, refused, left };
+    FSYS_LOCAL Taken takeRead(std::uint64_t position, unsigned bytes, bool coalescable,
+                              FsysCompletionFunction fn, const Qz::Ptr<iObject>& context, bool& kicks);
+    // False when a finished read has the bytes.
     FSYS_LOCAL bool listRead(std::uint64_t position, unsigned bytes, bool coalescable,
                              FsysCompletionFunction fn, const Qz::Ptr<iObject>& context);
     FSYS_LOCAL void enqueue(Vector<FileRequest*>* list, FileRequest* request);

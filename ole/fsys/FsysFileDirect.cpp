@@ -5,6 +5,7 @@
 #include "fsys/FileRequest.h"
 #include "fsys/FsysBuf.h"
 #include "fsys/FsysFile.h"
+#include "fsys/ListHold.h"
 #include "os/OS.h"
 #include "support/Log.h"
 
@@ -20,10 +21,23 @@ constexpr unsigned retryPauseMs = 20;
 unsigned FsysFile::DirectRead(long position, unsigned int bytes, bool coalescable, FsysCompletionFunction fn,
                               Qz::Ptr<iObject>& context)
 {
-    if (takeRead(static_cast<unsigned long>(position), bytes, coalescable, fn, context))
-        return 1;
-    if (const unsigned room = CheckRequestListSize(readRequests_); room != 1)
-        return room;
+    if (hasTooManyDeferred())
+        return EngineError::listFull;
+    Taken taken = Taken::left;
+    bool kicks = false;
+    {
+        const ListHold hold(*lock_);
+        taken = takeRead(static_cast<unsigned long>(position), bytes, coalescable, fn, context, kicks);
+        if (kicks)
+            holdForTransfer();
+    }
+    if (kicks) {
+        // Without the lock: the thread that this wakes wants it.
+        kick();
+        release(this);
+    }
+    if (taken != Taken::left)
+        return taken == Taken::accepted ? 1 : 0;
     auto* request = new FileRequest(true, bytes, static_cast<unsigned long>(position), coalescable, false,
                                     Qz::Ptr<iMemHolder>(), this, fn, context);
     if (cacheDisabled_ && !closing_) {

@@ -14,6 +14,7 @@
 #include "fsys/MediaDrive.h"
 #include "support/Log.h"
 
+#include <algorithm>
 #include <mutex>
 
 namespace {
@@ -109,40 +110,47 @@ unsigned FsysFile::QueueReadRequest(FileRequest* request)
     return 1;
 }
 
-bool FsysFile::takeRead(std::uint64_t position, unsigned bytes, bool coalescable, FsysCompletionFunction fn,
-                        const Qz::Ptr<iObject>& context)
+FsysFile::Taken FsysFile::takeRead(std::uint64_t position, unsigned bytes, bool coalescable,
+                                   FsysCompletionFunction fn, const Qz::Ptr<iObject>& context, bool& kicks)
 {
-    if (bytes == 0 || hasTooManyDeferred())
-        return false;
-    const bool deferrable = coalescable && DeferRequestStart;
-    {
-        const ListHold hold(*lock_);
-        if (closing_ || cacheDisabled_ || !hasRoom(*readRequests_))
-            return false;
-        if (!listRead(position, bytes, coalescable, fn, context))
-            return false;
-        position_ += bytes;
-        if (deferrable && !countDeferred())
-            return true;
-        holdForTransfer();
+    if (!hasRoom(*readRequests_)) {
+        FsysError = EngineError::listFull;  // stays recorded, even when there is room now
+        removeOldestRequest(readRequests_);
+        kicks = true;
+        if (!hasRoom(*readRequests_))
+            return Taken::refused;
     }
-    // Without the lock: the thread that this wakes wants it.
-    kick();
-    release(this);
-    return true;
+    // A range that comes round to the beginning is too odd to be compared here.
+    if (bytes == 0 || position + bytes < position || closing_ || cacheDisabled_ ||
+        !listRead(position, bytes, coalescable, fn, context))
+        return Taken::left;
+    position_ += bytes;
+    if (!coalescable || !DeferRequestStart || countDeferred())
+        kicks = true;
+    return Taken::accepted;
 }
 
-// Merges the read into a listed one or lists it; false when a finished one has its bytes.
 bool FsysFile::listRead(std::uint64_t position, unsigned bytes, bool coalescable, FsysCompletionFunction fn,
                         const Qz::Ptr<iObject>& context)
 {
     const FileRequest range(true, bytes, position, coalescable, false, nullptr, this, nullptr, nullptr);
-    if (findCached(&range))
-        return false;
-    for (FileRequest* const listed : *readRequests_)
+    // Finished reads come first, wherever they stand. Most reads are near nothing and are done with one look.
+    const unsigned count = readRequests_->size();
+    unsigned firstNear = count;
+    for (unsigned i = 0; i < count; ++i) {
+        const FileRequest* const listed = (*readRequests_)[i];
+        if (!listed->isNear(range))
+            continue;
+        if (listed->answers(range))
+            return false;
+        firstNear = std::min(firstNear, i);
+    }
+    for (unsigned i = firstNear; i < count; ++i) {
+        FileRequest* const listed = (*readRequests_)[i];
         if (listed->isNear(range) &&
             listed->CoalesceCaller(range, CompletionInfo(fn, context, position, bytes)))
             return true;
+    }
     reserve(bytes);
     enqueue(readRequests_,
             new FileRequest(true, bytes, position, coalescable, false, nullptr, this, fn, context));
@@ -273,7 +281,7 @@ void FsysFile::failStart(Vector<FileRequest*>* list, FileRequest* request, unsig
 FileRequest* FsysFile::findCached(const FileRequest* request) const
 {
     for (FileRequest* const listed : *readRequests_)
-        if (listed->encompasses(request) && listed->status() == FileRequest::COMPLETE && listed->isRead())
+        if (listed->answers(*request))
             return listed;
     return nullptr;
 }
