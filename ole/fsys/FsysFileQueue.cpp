@@ -256,6 +256,7 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
             request->setStatus(FileRequest::QUEUED);
         } else {
             failStart(list, request, result);
+            kick();  // for those behind it, whose own kicks this pass has answered
             return 0;
         }
     }

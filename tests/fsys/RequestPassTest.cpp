@@ -120,6 +120,23 @@ TEST_F(RequestPassTest, AMergedReadThatMayNotWaitKicks)
     EXPECT_EQ(1U, FsysFileTestAccess::deferred(*file));
 }
 
+TEST_F(RequestPassTest, AStartThatFailsKicksForTheRequestsBehindIt)
+{
+    FsysFile* const file = openForReading(pattern(65536));
+    Calls calls;
+    for (const long position : {0L, 32768L})
+        EXPECT_EQ(1U, ask(file, position, 512, calls));
+    os.faults().failNext(fake::Op::asyncRead, 5);
+    os.log().clear();
+    readPass();
+    EXPECT_EQ(1U, readKicks());
+    ASSERT_THAT(FsysFileTestAccess::reads(*file), SizeIs(1));
+    EXPECT_EQ(FileRequest::QUEUED, FsysFileTestAccess::reads(*file)[0]->status());
+    readPass();
+    EXPECT_EQ(1U, readKicks());
+    EXPECT_EQ(FileRequest::STARTED, FsysFileTestAccess::reads(*file)[0]->status());
+}
+
 TEST_F(RequestPassTest, ASynchronousReadThatMayWaitKicksBeforeItWaitsAndIsNotCounted)
 {
     FsysFile* const file = openForReading(pattern(65536));
