@@ -17,11 +17,10 @@ constexpr unsigned oneEntry = 2;
 // that submits it has come back.
 constexpr unsigned entriesPerTransfer = 2;
 
-// A wake-up costs some microseconds here and on the other processor: help pays where commands are not
-// short and there are enough of them.
-constexpr auto longCommand = std::chrono::microseconds(20);
-constexpr auto longRound = std::chrono::microseconds(100);
-constexpr auto helpFor = std::chrono::milliseconds(100);
+// A wake-up costs some microseconds here and on the other processor, more where a processor sleeps deeply:
+// help pays where commands usually take longer.
+constexpr auto longCommand = std::chrono::microseconds(50);
+constexpr unsigned roundsInMean = 8;
 
 constexpr auto betweenLooks = std::chrono::milliseconds(2);
 constexpr unsigned looksUntilGrowth = 50;
@@ -59,7 +58,7 @@ void PortState::start()
         });
     } catch (const std::system_error&) {
         // The port works without growth, and with a thread that always stands by.
-        helpUntil_ = Clock::time_point::max();
+        unwatched_ = true;
     }
 }
 
@@ -128,16 +127,19 @@ bool PortState::submit(LinuxAsyncContext* transfer)
 
 void PortState::takeFinished(TransferList& finished)
 {
-    const Lock lock(mutex_);
+    Lock lock(mutex_);
     ready_.append(finished);
-    wakeOneIfNeeded();
+    unlockAndWake(lock, true);
 }
 
 bool PortState::somethingWaits() const { return !ready_.empty() || !collecting_; }
 
-void PortState::wakeOneIfNeeded()
+// Wakes without the lock: under it the other thread would sleep once more, until it is free.
+void PortState::unlockAndWake(Lock& lock, bool helpWanted)
 {
-    if (asleep_ > 0 && somethingWaits())
+    const bool wakes = helpWanted && asleep_ > 0 && somethingWaits();
+    lock.unlock();
+    if (wakes)
         work_.notify_one();
 }
 
@@ -170,9 +172,8 @@ void PortState::endRound(Round& round)
     if (round.commands == 0)
         return;
     ++rounds_;
-    const Clock::time_point now = Clock::now();
-    if (now - round.start > std::max<Clock::duration>(longRound, longCommand * round.commands))
-        helpUntil_ = now + helpFor;
+    const Clock::duration each = (Clock::now() - round.start) / round.commands;
+    usualCommand_ += (each - usualCommand_) / roundsInMean;
 }
 
 void PortState::waitForFinished(Lock& lock)
@@ -189,11 +190,9 @@ void PortState::waitForFinished(Lock& lock)
 void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
 {
     ++busy_;
-    if (helpUntil_ != Clock::time_point())
-        wakeOneIfNeeded();
     if (!watching_)
         startWatching();
-    lock.unlock();
+    unlockAndWake(lock, unwatched_ || usualCommand_ > longCommand);
     {
         Transfer outcome;
         transfer->transfer().clearRest();
@@ -247,15 +246,13 @@ void PortState::watchLoop(Lock& lock)
 
 void PortState::look()
 {
-    const Clock::time_point now = Clock::now();
     const bool moved = returned_ != returnedAtLook_;
     const bool waits = busy_ > 0 && somethingWaits();
     // Short commands end their round long before the next look.
     if (waits && rounds_ == roundsAtLook_) {
-        helpUntil_ = now + helpFor;
-        wakeOneIfNeeded();
-    } else if (helpUntil_ < now) {
-        helpUntil_ = {};
+        usualCommand_ = std::max<Clock::duration>(usualCommand_, betweenLooks);
+        if (asleep_ > 0)
+            work_.notify_one();
     }
     stuckLooks_ = waits && !moved ? stuckLooks_ + 1 : 0;
     if (stuckLooks_ > looksUntilGrowth)

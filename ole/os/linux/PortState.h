@@ -78,7 +78,7 @@ private:
     void runCommand(Lock& lock, LinuxAsyncContext* transfer);
     void endRound(Round& round);
     [[nodiscard]] bool somethingWaits() const;
-    void wakeOneIfNeeded();
+    void unlockAndWake(Lock& lock, bool helpWanted);
     void leaveThreads();
     void startWatching();
     void watchLoop(Lock& lock);
@@ -101,11 +101,12 @@ private:
     std::vector<std::thread> left_;  // threads that left and wait to be joined
     std::thread watcher_;
     unsigned asleep_ = 0;
-    unsigned busy_ = 0;            // threads in a command
-    unsigned returned_ = 0;        // commands that came back, modulo 2^32
-    bool collecting_ = false;      // one thread is in the backend
-    Clock::time_point helpUntil_;  // commands are long: another thread stands by until then
-    bool watching_ = false;        // the watcher looks from time to time
+    unsigned busy_ = 0;                // threads in a command
+    unsigned returned_ = 0;            // commands that came back, modulo 2^32
+    bool collecting_ = false;          // one thread is in the backend
+    Clock::duration usualCommand_{0};  // what one takes, as a mean of the last rounds
+    bool unwatched_ = false;           // there is no watching thread
+    bool watching_ = false;            // the watcher looks from time to time
     unsigned returnedAtLook_ = 0;
     unsigned rounds_ = 0;  // that ended, modulo 2^32
     unsigned roundsAtLook_ = 0;
