@@ -257,6 +257,7 @@ private:
     std::atomic<bool> closing_{false};
     Qz::Ptr<iThreadEvent> writesDrained_;
     std::atomic<std::uint32_t> deferredCount_{0};  // queued without a kick since the last pass
+    unsigned startedInPass_ = 0;                   // requests of the last pass; for the poll thread
     std::atomic<std::uint64_t> position_{0};       // reads on several threads advance it
     Qz::Ptr<iMemHolder> writeSegment_;             // no operation of the engine fills it in
     std::atomic<std::uint32_t> writeSegmentFill_{0};

@@ -237,12 +237,12 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
         volume->setSlow(false);
     const ListHold hold(*lock_);
     deferredCount_ = 0;
+    startedInPass_ = 0;
     removeOldestRequest(list);
     if (list->empty()) {
         removeOldestRequest(list);
         return 1;
     }
-    bool startedOne = false;
     // By index: a start failure's callback may queue on this file.
     for (unsigned i = 0; i < list->size(); ++i) {
         FileRequest* const request = (*list)[i];
@@ -251,7 +251,7 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
         request->setStatus(FileRequest::STARTED);
         const unsigned result = request->StartRequest(this);
         if (result == FileRequest::started) {
-            startedOne = true;
+            ++startedInPass_;
         } else if (result == FileRequest::noBuffer && ++request->startRetries_ < startTriesWithoutBuffer) {
             request->setStatus(FileRequest::QUEUED);
         } else {
@@ -261,7 +261,7 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
         }
     }
     removeOldestRequest(list);
-    if (engineConfig.showRequestDebug != 0 && startedOne)
+    if (engineConfig.showRequestDebug != 0 && startedInPass_ != 0)
         Log("fsys: started requests of %s, %u listed\n", toUTF8(path_).c_str(), list->size());
     return 1;
 }

@@ -1,15 +1,12 @@
 #include "fsys/FsysPoll.h"
 
 #include "fsys/FsysFile.h"
-#include "os/BusyWait.h"
 #include "os/OS.h"
 #include "os/SubmissionBatch.h"
 #include "os/Threads.h"
 #include "support/Log.h"
 
-#include <chrono>
 #include <mutex>
-#include <thread>
 
 FsysPoll::FsysPoll(Vector<FsysFile*>* files, CriticalSection* lock, bool reads, unsigned pollDelay,
                    unsigned spareDelay)
@@ -39,17 +36,19 @@ unsigned FsysPoll::Polltasks()
 {
     const std::lock_guard<CriticalSection> hold(*lock_);
     const os::SubmissionBatch together;  // one entry into the kernel for what a pass starts
+    unsigned started = 0;
     for (unsigned i = 0; i < files_->size() && running_; ++i) {
         FsysFile* const file = (*files_)[i];
         file->StartRequests(reads_ ? file->readRequests_ : file->writeRequests_);
+        started += file->startedInPass_;
     }
+    brief_.worked(started);
     return 1;
 }
 
 int FsysPoll::StartPolling(void* self)
 {
     auto* const poll = static_cast<FsysPoll*>(self);
-    bool kicked = false;
     for (;;) {
         // All that was kicked for until now is started by the pass that follows. The kicks of callers that
         // went on while this thread woke up would have it make another pass, over what they have queued
@@ -58,20 +57,14 @@ int FsysPoll::StartPolling(void* self)
         if (!poll->running_)
             return 0;
         poll->Polltasks();
-        kicked = poll->waitForKick(kicked);
+        poll->waitForKick();
     }
 }
 
-// False when the poll delay was over first. lookFirst: there was a kick, so the next one may be near.
-bool FsysPoll::waitForKick(bool lookFirst)
+void FsysPoll::waitForKick()
 {
-    using Clock = std::chrono::steady_clock;
-    const std::chrono::microseconds busyWait(lookFirst ? os::busyWait() : 0);
-    const Clock::time_point until = Clock::now() + busyWait;
-    while (busyWait.count() != 0 && Clock::now() < until) {
-        if (kickEvent_->wait(0))
-            return true;
-        std::this_thread::yield();
-    }
-    return kickEvent_->wait(pollDelay_);
+    if (brief_.look([this] { return kickEvent_->wait(0); }) || kickEvent_->wait(pollDelay_))
+        brief_.came();
+    else
+        brief_.cameNot();
 }

@@ -2,6 +2,7 @@
 
 #include "Qz/Ptr.h"
 #include "Qz/Vector.h"
+#include "os/BriefLook.h"
 #include "os/CriticalSection.h"
 #include "os/iThreadEvent.h"
 
@@ -40,7 +41,7 @@ public:
     [[nodiscard]] unsigned spareDelay() const { return spareDelay_; }
 
 private:
-    bool waitForKick(bool lookFirst);
+    void waitForKick();
 
     const unsigned pollDelay_;
     unsigned thread_ = 0;  // 0: no thread could be started
@@ -50,4 +51,5 @@ private:
     const unsigned spareDelay_;
     std::atomic<bool> running_{true};
     const bool reads_;
+    os::BriefLook brief_;
 };

@@ -1,8 +1,8 @@
 #include "os/linux/UringBackend.h"
 
-#include "os/BusyWait.h"
 #include "os/linux/LinuxPageMemory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <sched.h>
@@ -145,22 +145,13 @@ bool UringBackend::takeResult(const UringRing::Result& result, TransferList& fin
     return true;
 }
 
-// Until there are results or the busy wait is over.
-void UringBackend::lookForResults() const
-{
-    const std::chrono::microseconds limit(os::busyWait());
-    if (limit.count() == 0)
-        return;
-    const auto until = std::chrono::steady_clock::now() + limit;
-    while (!ring_.hasResults() && std::chrono::steady_clock::now() < until)
-        sched_yield();
-}
-
 void UringBackend::collect(TransferList& finished)
 {
-    lookForResults();
     results_.clear();
+    static_cast<void>(brief_.look([this] { return ring_.hasResults(); }));
     ring_.wait(results_, resultsPerCollect);
+    brief_.came();
+    brief_.worked(std::max(static_cast<unsigned>(results_.size()), underWay_.load()));
     unsigned taken = 0;
     for (const UringRing::Result& result : results_)
         taken += takeResult(result, finished) ? 1U : 0U;

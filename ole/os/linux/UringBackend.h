@@ -1,5 +1,6 @@
 #pragma once
 
+#include "os/BriefLook.h"
 #include "os/linux/RingMemory.h"
 #include "os/linux/TransferBackend.h"
 #include "os/linux/UringRing.h"
@@ -41,7 +42,6 @@ private:
     void handToKernel(TransferList& failed);
 
     void reportFailed(TransferList& failed);
-    void lookForResults() const;
     bool takeResult(const UringRing::Result& result, TransferList& finished);
 
     TransferSink& sink_;
@@ -56,4 +56,5 @@ private:
     std::vector<std::uint64_t> marks_;        // scratch of handToKernel
     std::vector<UringRing::Result> results_;  // scratch of collect
     TransferList again_;                      // scratch of collect
+    os::BriefLook brief_;                     // of the collecting thread
 };
