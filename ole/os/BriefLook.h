@@ -29,10 +29,15 @@ public:
     bool look(There there)
     {
         start_ = Clock::now();
-        for (const Clock::time_point end = start_ + limit(); Clock::now() < end; pause())
-            if (there())
-                return true;
-        return false;
+        const Clock::time_point end = start_ + limit();
+        if (end == start_)
+            return false;
+        while (!there()) {
+            if (Clock::now() >= end)
+                return false;
+            pause();
+        }
+        return true;
     }
 
     // The wait that began with look has ended, with work or without.
