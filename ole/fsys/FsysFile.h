@@ -220,6 +220,7 @@ private:
     FSYS_LOCAL bool listRead(std::uint64_t position, unsigned bytes, bool coalescable,
                              FsysCompletionFunction fn, const Qz::Ptr<iObject>& context);
     FSYS_LOCAL void enqueue(Vector<FileRequest*>* list, FileRequest* request);
+    [[nodiscard]] FSYS_LOCAL static bool anyQueued(const Vector<FileRequest*>& list, unsigned first);
     FSYS_LOCAL void failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result);
     [[nodiscard]] FSYS_LOCAL FileRequest* findCached(const FileRequest* request) const;
 

@@ -231,6 +231,14 @@ void FsysFile::removeOldestRequest(Vector<FileRequest*>* list)
     }
 }
 
+bool FsysFile::anyQueued(const Vector<FileRequest*>& list, unsigned first)
+{
+    for (unsigned i = first; i < list.size(); ++i)
+        if (list[i]->status() == FileRequest::QUEUED)
+            return true;
+    return false;
+}
+
 unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
 {
     if (const Qz::Ptr<MediaDrive> volume = DiskManager::getVolume(path_); volume && deferredCount_ == 0)
@@ -255,8 +263,12 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
         } else if (result == FileRequest::noBuffer && ++request->startRetries_ < startTriesWithoutBuffer) {
             request->setStatus(FileRequest::QUEUED);
         } else {
+            // For those behind it, whose own kicks this pass has answered; not for what its callers ask
+            // again, nor where there is no memory, which only time can mend.
+            const bool othersWait = result != FileRequest::noBuffer && anyQueued(*list, i + 1);
             failStart(list, request, result);
-            kick();  // for those behind it, whose own kicks this pass has answered
+            if (othersWait)
+                kick();
             return 0;
         }
     }

@@ -34,6 +34,12 @@ void FsysPoll::Kick() { kickEvent_->set(); }
 
 unsigned FsysPoll::Polltasks()
 {
+    pass();
+    return 1;
+}
+
+unsigned FsysPoll::pass()
+{
     const std::lock_guard<CriticalSection> hold(*lock_);
     const os::SubmissionBatch together;  // one entry into the kernel for what a pass starts
     unsigned started = 0;
@@ -42,8 +48,7 @@ unsigned FsysPoll::Polltasks()
         file->StartRequests(reads_ ? file->readRequests_ : file->writeRequests_);
         started += file->startedInPass_;
     }
-    brief_.worked(started);
-    return 1;
+    return started;
 }
 
 int FsysPoll::StartPolling(void* self)
@@ -56,7 +61,7 @@ int FsysPoll::StartPolling(void* self)
         poll->kickEvent_->reset();
         if (!poll->running_)
             return 0;
-        poll->Polltasks();
+        poll->brief_.worked(poll->pass());
         poll->waitForKick();
     }
 }

@@ -41,6 +41,8 @@ public:
     [[nodiscard]] unsigned spareDelay() const { return spareDelay_; }
 
 private:
+    // The requests that were started.
+    unsigned pass();
     void waitForKick();
 
     const unsigned pollDelay_;
@@ -51,5 +53,5 @@ private:
     const unsigned spareDelay_;
     std::atomic<bool> running_{true};
     const bool reads_;
-    os::BriefLook brief_;
+    os::BriefLook brief_;  // its thread's
 };

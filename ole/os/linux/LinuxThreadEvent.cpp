@@ -45,24 +45,36 @@ LinuxThreadEvent::LinuxThreadEvent(bool manualReset, bool initiallySignalled)
 
 void LinuxThreadEvent::set()
 {
-    unsigned word = word_.load(std::memory_order_relaxed);
-    // Setting what is set already is still a write: it publishes what this thread did before.
-    while (word < oneWaiter) {
-        if (word_.compare_exchange_weak(word, signalled, std::memory_order_acq_rel))
-            return;
-    }
+    do {
+        unsigned word = word_.load(std::memory_order_relaxed);
+        // Setting what is set already is still a write: it publishes what this thread did before.
+        while (word < oneWaiter) {
+            if (word_.compare_exchange_weak(word, signalled, std::memory_order_acq_rel))
+                return;
+        }
+        // Waiters whose time was over may have left meanwhile. Then the exchange above has to be the last
+        // touch: whoever sees the flag may take the event away.
+    } while (!release());
+}
+
+// False when nobody waits.
+bool LinuxThreadEvent::release()
+{
     const std::atomic<std::uint32_t>* released = nullptr;
     {
         const std::lock_guard guard(mutex_);
-        if (manualReset_ || !first_) {
+        if (!first_)
+            return false;
+        if (manualReset_) {
             releaseAll();
-            return;
+            return true;
         }
         released = &takeFirst().released;
     }
     // Without the lock, which the waiter takes before it goes on: woken under it, it would sleep once more.
     // Then it, and perhaps the event, are gone.
     futexWake(released);
+    return true;
 }
 
 LinuxThreadEvent::Waiter& LinuxThreadEvent::takeFirst()

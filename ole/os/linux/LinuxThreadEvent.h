@@ -36,6 +36,7 @@ private:
     };
 
     bool takeSignal();
+    bool release();
     bool waitUntil(const Clock::time_point* end);
     // With mutex_ held:
     bool enqueueOrTakeSignal(Waiter& waiter);

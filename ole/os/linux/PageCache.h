@@ -23,8 +23,8 @@ public:
 //
 // Mapping fresh pages for every transfer costs ten times the transfer itself, nearly all of it in page
 // faults. Blocks that come back are therefore kept for the next request of their size, up to a bound; what
-// nobody asks for again goes back to the system after some seconds. Blocks that the arena does not have,
-// large ones and those beyond its bound, are mappings of their own.
+// nobody asks for again goes back after some seconds, to the system as soon as its whole chunk is empty.
+// Blocks that the arena does not have, large ones and those beyond its bound, are mappings of their own.
 // Threads:    any; a thread of its own runs while blocks are kept, to give back those that rest.
 // Units:      bytes.
 // Lifetime:   the object must outlive that thread: make it once and leave it.

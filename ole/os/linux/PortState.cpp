@@ -129,7 +129,11 @@ void PortState::takeFinished(TransferList& finished)
 {
     Lock lock(mutex_);
     ready_.append(finished);
+    // A port that got one thread only: it sleeps in the backend and sees nothing of these.
+    const bool isAlone = collecting_ && asleep_ == 0 && busy_ == 0;
     unlockAndWake(lock, true);
+    if (isAlone)
+        backend_->interrupt();
 }
 
 bool PortState::somethingWaits() const { return !ready_.empty() || !collecting_; }
@@ -237,7 +241,8 @@ void PortState::watchLoop(Lock& lock)
     while (!ending_) {
         if (watching_) {
             watch_.wait_for(lock, betweenLooks);
-            look();
+            if (!ending_)
+                look();
         } else {
             watch_.wait(lock);
         }

@@ -42,8 +42,8 @@ void UringBackend::submit(LinuxAsyncContext* transfer, bool more)
     TransferList failed;
     {
         const std::lock_guard guard(mutex_);
-        startOrWait(transfer, failed);
-        if (!more)
+        const bool hadToWait = startOrWait(transfer, failed);
+        if (!more || hadToWait)
             handToKernel(failed);
     }
     reportFailed(failed);
@@ -62,15 +62,16 @@ void UringBackend::flush()
 // One result stays free for a wake-up.
 bool UringBackend::hasRoom() const { return underWay_ + 1 < ring_.completionEntries(); }
 
-void UringBackend::startOrWait(LinuxAsyncContext* transfer, TransferList& failed)
+bool UringBackend::startOrWait(LinuxAsyncContext* transfer, TransferList& failed)
 {
     if (!someWait_ && hasRoom()) {
         start(transfer, failed);
-        return;
+        return false;
     }
     waiting_.push(transfer);
     someWait_ = true;
     startWaiting(failed);
+    return true;
 }
 
 void UringBackend::start(LinuxAsyncContext* transfer, TransferList& failed)

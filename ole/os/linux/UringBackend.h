@@ -35,7 +35,8 @@ private:
 
     // With mutex_ held:
     [[nodiscard]] bool hasRoom() const;
-    void startOrWait(LinuxAsyncContext* transfer, TransferList& failed);
+    // True when it, or others before it, had to wait for room: those are nobody's batch, hand them on.
+    bool startOrWait(LinuxAsyncContext* transfer, TransferList& failed);
     void start(LinuxAsyncContext* transfer, TransferList& failed);
     void startWaiting(TransferList& failed);
     bool prepare(LinuxAsyncContext* transfer, const Transfer::Step& step);
