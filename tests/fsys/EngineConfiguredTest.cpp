@@ -5,8 +5,8 @@
 #include "fsys/DiskManager.h"
 #include "fsys/EngineConfig.h"
 #include "fsys/MediaDrive.h"
-#include "os/BusyWait.h"
 #include "os/BackendChoice.h"
+#include "os/BusyWait.h"
 #include "os/LastError.h"
 
 #include <gmock/gmock.h>
