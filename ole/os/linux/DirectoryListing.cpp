@@ -17,7 +17,7 @@ namespace os {
 namespace {
 
 // A read fills this much; a larger one is no faster, and a slow server would show progress more rarely.
-constexpr std::size_t readBytes = 32 * 1024;
+constexpr std::size_t readBytes = std::size_t{32} * 1024;
 
 ScopedFd openFolder(const std::string& path)
 {

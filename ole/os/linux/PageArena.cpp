@@ -100,8 +100,9 @@ unsigned PageArena::give(void* block, std::size_t size)
 
 void PageArena::decommit(unsigned chunk)
 {
-    // A new mapping over the old one: the addresses stay ours throughout.
-    mmap(chunkStart(chunk), chunkBytes, PROT_NONE, reserved | MAP_FIXED, -1, 0);
+    // A new mapping over the old one: the addresses stay ours throughout. Where there is none to be had the
+    // memory stays as well, for the next block.
+    static_cast<void>(mmap(chunkStart(chunk), chunkBytes, PROT_NONE, reserved | MAP_FIXED, -1, 0));
 }
 
 void PageArena::reuse(unsigned chunk)

@@ -176,9 +176,10 @@ void addUsershares(const std::string& folder, std::vector<SambaShare>& shares)
     Progress unused;
     if (folder.empty() || !listFolder(folder, {}, files, unused))
         return;
+    const std::string prefix = folder + '/';
     for (std::size_t i = 0; i < files.size(); ++i) {
         const std::string name = pathBytes(files[i].name);
-        const std::string path = folder + '/' + name;
+        const std::string path = prefix + name;
         const std::optional<std::string> text = readConfig(path, usershareBytesMax);
         const std::optional<SambaShare> share = text ? parseUsershare(name, *text) : std::nullopt;
         if (share)
