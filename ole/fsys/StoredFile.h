@@ -12,7 +12,7 @@
 
 // StoredFile: where a media file is, its size and status, in 48 bytes; there is one for each clip.
 //
-// Folders are shared. A name of up to 25 characters, each of one byte, lies in the record itself, a longer
+// Folders are shared. A name of up to 24 characters, each of one byte, lies in the record itself, a longer
 // one beside it; one that has other characters is kept in full width, so every path comes back as it was.
 //
 // Threads:    none of its own.
@@ -62,5 +62,6 @@ private:
     DriveId drive_;
     std::uint8_t status_ = eStatusUnknown;
     Form form_ = Form::here;
-    std::array<char, 25> name_{};  // the name, or the address of the bytes beside
+    // The name, or the address of the bytes beside; where addresses lie, so that leak checkers find it.
+    alignas(char*) std::array<char, 24> name_{};
 };

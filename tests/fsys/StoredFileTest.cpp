@@ -27,6 +27,7 @@ const std::vector<Path>& paths()
         L"clip.mov",
         L"/Material/",
         L"/Material/clip.mov",
+        L"/Material/a name of exactly 24 c.m",
         L"/Material/a name of exactly 25 ch.m",
         L"/Material/a name of exactly 26 cha.m",
         L"/Material/caf\u00e9 \u00ff.mov",
