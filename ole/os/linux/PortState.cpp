@@ -129,11 +129,10 @@ void PortState::takeFinished(TransferList& finished)
 {
     Lock lock(mutex_);
     ready_.append(finished);
-    // A port that got one thread only: it sleeps in the backend and sees nothing of these.
-    const bool isAlone = collecting_ && asleep_ == 0 && busy_ == 0;
+    // A thread that is the port's only one sleeps in the backend and sees nothing of these.
+    if (!watching_)
+        startWatching();
     unlockAndWake(lock, true);
-    if (isAlone)
-        backend_->interrupt();
 }
 
 bool PortState::somethingWaits() const { return !ready_.empty() || !collecting_; }
@@ -252,7 +251,7 @@ void PortState::watchLoop(Lock& lock)
 void PortState::look()
 {
     const bool moved = returned_ != returnedAtLook_;
-    const bool waits = busy_ > 0 && somethingWaits();
+    const bool waits = somethingWaits() && (busy_ > 0 || !ready_.empty());
     // Short commands end their round long before the next look.
     if (waits && rounds_ == roundsAtLook_) {
         usualCommand_ = std::max<Clock::duration>(usualCommand_, betweenLooks);
@@ -263,7 +262,7 @@ void PortState::look()
     if (stuckLooks_ > looksUntilGrowth)
         addThreadIfAllBusy();
     // Looking on over short pauses spares those who deliver a wake-up each time.
-    idleLooks_ = moved || busy_ > 0 ? 0 : idleLooks_ + 1;
+    idleLooks_ = moved || waits || busy_ > 0 ? 0 : idleLooks_ + 1;
     watching_ = idleLooks_ < looksUntilRest;
     returnedAtLook_ = returned_;
     roundsAtLook_ = rounds_;
