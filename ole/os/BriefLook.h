@@ -12,9 +12,9 @@ namespace os {
 // thread can be woken; looking for it for some microseconds then costs less processor time than the sleep,
 // and the queue never stands still. The thread looks only where its last wait was short and its queue has
 // lately been deeper than one, so that a caller with one transfer at a time makes nobody look; unless a busy
-// wait (os::setBusyWait) was asked for, which is for that caller. Use:        worked after each round of
-// work; then look, a sleep where it found nothing, and came or
-//             cameNot.
+// wait (os::setBusyWait) was asked for, which is for that caller.
+// Order:      worked after each round of work, then look, then a sleep where it found nothing, and at the
+//             end came or cameNot.
 // Threads:    one.
 class BriefLook
 {

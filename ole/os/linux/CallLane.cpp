@@ -1,9 +1,7 @@
 #include "os/linux/CallLane.h"
 
 #include "os/LastError.h"
-
-#include <pthread.h>
-#include <signal.h>
+#include "os/linux/ThreadName.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,15 +14,6 @@ namespace {
 
 constexpr unsigned threadsMax = 4;
 constexpr std::chrono::seconds idleMax{10};
-
-// The application's signal handlers belong on its own threads.
-void prepareThread()
-{
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    pthread_setname_np(pthread_self(), "fsys calls");
-}
 
 }  // namespace
 
@@ -90,7 +79,7 @@ void CallLane::giveUp(const CallPtr& call)
 
 void CallLane::serve()
 {
-    prepareThread();
+    prepareHelperThread("fsys calls");
     std::unique_lock held(lock_);
     for (;;) {
         ++idle_;

@@ -2,7 +2,6 @@
 
 #include "os/linux/ThreadName.h"
 
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <exception>
@@ -44,11 +43,7 @@ void FileSizes::startHelper()
 
 void FileSizes::help()
 {
-    // The application's signal handlers belong on its own threads.
-    sigset_t all;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    nameThisThread("fsys list");
+    prepareHelperThread("fsys list");
     while (NameBatch* const batch = take())
         askFor(*batch, Progress::Part::helper);
 }

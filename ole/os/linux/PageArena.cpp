@@ -39,7 +39,9 @@ void* PageArena::take(std::size_t size)
     for (unsigned i = 0; i < chunks_.size(); ++i) {
         if (chunks_[i].state == Chunk::State::empty)
             fresh = std::min(fresh, i);
-        else if (void* const block = cut(i, size))
+        if (chunks_[i].state != Chunk::State::cut)
+            continue;
+        if (void* const block = cut(i, size))
             return block;
     }
     return fresh != noChunk && commit(fresh) ? cut(fresh, size) : nullptr;
@@ -64,7 +66,7 @@ void* PageArena::cut(unsigned chunk, std::size_t size)
     auto& free = chunks_[chunk].free;
     const auto found =
         std::find_if(free.begin(), free.end(), [size](const auto& range) { return range.second >= size; });
-    if (chunks_[chunk].state != Chunk::State::cut || found == free.end())
+    if (found == free.end())
         return nullptr;
     const auto [offset, length] = *found;
     free.erase(found);

@@ -94,12 +94,11 @@ void* PageCache::takeKept(std::size_t size)
 void* PageCache::takeNew(void* wish, std::size_t size)
 {
     void* block = wish ? nullptr : arena_.take(size);
-    const bool inArena = block != nullptr;
-    if (!inArena)
+    if (!block)
         block = mapBlock(wish, size);
     if (!block)
         return nullptr;
-    blocks_.insert({block, {size, true, inArena}});
+    blocks_.insert({block, {size, true}});
     ++live_;
     return block;
 }
@@ -107,9 +106,9 @@ void* PageCache::takeNew(void* wish, std::size_t size)
 void PageCache::forget(void* block, Gone& gone)
 {
     const auto found = blocks_.find(block);
-    const auto [size, live, inArena] = found->second;
+    const std::size_t size = found->second.size;
     blocks_.erase(found);
-    if (!inArena)
+    if (arena_.chunkOf(block, size) == PageArena::noChunk)
         gone.mappings.push_back({block, size});
     else if (const unsigned chunk = arena_.give(block, size); chunk != PageArena::noChunk)
         gone.chunks.push_back(chunk);

@@ -65,7 +65,6 @@ private:
     {
         std::size_t size;  // whole pages
         bool live;
-        bool inArena;
     };
     struct Kept
     {

@@ -58,7 +58,6 @@ void PortState::start()
         });
     } catch (const std::system_error&) {
         // The port works without growth, and with a thread that always stands by.
-        unwatched_ = true;
     }
 }
 
@@ -195,7 +194,7 @@ void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
     ++busy_;
     if (!watching_)
         startWatching();
-    unlockAndWake(lock, unwatched_ || usualCommand_ > longCommand);
+    unlockAndWake(lock, !watcher_.joinable() || usualCommand_ > longCommand);
     {
         Transfer outcome;
         transfer->transfer().clearRest();
@@ -251,7 +250,7 @@ void PortState::watchLoop(Lock& lock)
 void PortState::look()
 {
     const bool moved = returned_ != returnedAtLook_;
-    const bool waits = somethingWaits() && (busy_ > 0 || !ready_.empty());
+    const bool waits = !ready_.empty() || (busy_ > 0 && !collecting_);
     // Short commands end their round long before the next look.
     if (waits && rounds_ == roundsAtLook_) {
         usualCommand_ = std::max<Clock::duration>(usualCommand_, betweenLooks);

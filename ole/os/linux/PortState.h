@@ -105,7 +105,6 @@ private:
     unsigned returned_ = 0;            // commands that came back, modulo 2^32
     bool collecting_ = false;          // one thread is in the backend
     Clock::duration usualCommand_{0};  // what one takes, as a mean of the last rounds
-    bool unwatched_ = false;           // there is no watching thread
     bool watching_ = false;            // the watcher looks from time to time
     unsigned returnedAtLook_ = 0;
     unsigned rounds_ = 0;  // that ended, modulo 2^32

@@ -12,9 +12,8 @@ struct io_uring;
 // UringRing: one submission and completion ring of the kernel.
 //
 // Requests carry a 64-bit mark that comes back with their result; 0 is for wake-ups.
-// Threads:    prepare, setSlot, submit and takeBack under one lock of the caller's; wait and hasResults on
-// one
-//             thread at a time, beside them.
+// Threads:    prepare, setSlot, submit and takeBack under one lock of the caller's; wait and hasResults
+//             beside them, on one thread at a time.
 // Errors:     errno values, 0 for success.
 class UringRing
 {
