@@ -10,6 +10,7 @@ namespace {
 
 std::atomic<bool> isCounting{false};
 std::atomic<std::uint64_t> counted{0};
+std::atomic<std::int64_t> pageBytes{0};
 
 }  // namespace
 
@@ -31,10 +32,12 @@ std::uint64_t Allocations::stopCounting()
     return counted;
 }
 
+void Allocations::countPages(std::int64_t bytes) { pageBytes += bytes; }
+
 std::uint64_t Allocations::bytesInUse()
 {
     const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+    return info.uordblks + info.hblkhd + static_cast<std::uint64_t>(pageBytes.load());
 }
 
 std::uint64_t Allocations::bytesResident()

@@ -7,6 +7,8 @@
 #include "os/testing/ForwardingOS.h"
 
 #include <algorithm>
+#include <map>
+#include <mutex>
 #include <utility>
 
 namespace {
@@ -35,6 +37,58 @@ private:
     FolderListing files_;
 };
 
+// Counts what the index takes of the platform's pages.
+class CountedPages : public ForwardingPageMemory
+{
+public:
+    using ForwardingPageMemory::ForwardingPageMemory;
+    void* allocate(void* address, std::size_t size, unsigned type, unsigned protection) override
+    {
+        void* const memory = ForwardingPageMemory::allocate(address, size, type, protection);
+        if (memory)
+            count(memory, static_cast<std::int64_t>(size));
+        return memory;
+    }
+    bool release(void* memory, unsigned freeType) override
+    {
+        if (memory)
+            count(memory, 0);
+        return ForwardingPageMemory::release(memory, freeType);
+    }
+
+private:
+    void count(void* memory, std::int64_t bytes)
+    {
+        const std::lock_guard<std::mutex> hold(guard_);
+        Allocations::countPages(bytes - std::exchange(bytes_[memory], bytes));
+    }
+
+    std::mutex guard_;
+    std::map<void*, std::int64_t> bytes_;
+};
+
+// The platform of a run: what it lists and what pages it gives out is ours.
+struct Platform
+{
+    Platform()
+    {
+        forwarding.use(files);
+        forwarding.use(pages);
+        setOS(&forwarding);
+    }
+    ~Platform()
+    {
+        SystemCache::invalidate();
+        setOS(nullptr);
+    }
+    Platform(const Platform&) = delete;
+    Platform& operator=(const Platform&) = delete;
+
+    ListedFiles files{*OS()->getFileManager()};
+    CountedPages pages{*OS()->getPageMemory()};
+    ForwardingOS forwarding{*OS()};
+};
+
 std::size_t findLength(const Cookie& clip) { return SystemCache::find(clip).getPath().size(); }
 
 }  // namespace
@@ -42,22 +96,17 @@ std::size_t findLength(const Cookie& clip) { return SystemCache::find(clip).getP
 Json peers::indexFsys(const Work& work)
 {
     const std::vector<Cookie> clips = makeClips(work.clips);
-    ForwardingOS platform(*OS());
-    ListedFiles files(*OS()->getFileManager());
-    platform.use(files);
-    setOS(&platform);
-    Json report = measureIndex(work, clips,
-                               {[&] { files.give(makeClipNames(clips)); },
-                                [] { SystemCache::addDirectory(MaterialFilename(clipDrive, clipFolder)); },
-                                &findLength});
-    SystemCache::invalidate();
-    setOS(nullptr);
-    return report;
+    Platform platform;
+    return measureIndex(work, clips,
+                        {[&] { platform.files.give(makeClipNames(clips)); },
+                         [] { SystemCache::addDirectory(MaterialFilename(clipDrive, clipFolder)); },
+                         &findLength});
 }
 
 Json peers::indexFsysAdd(const Work& work)
 {
     const std::vector<Cookie> clips = makeClips(work.clips);
+    const Platform platform;
     const LightweightString<wchar_t> folder(clipFolder);
     std::vector<LightweightString<wchar_t>> names;
     const auto fill = [&] {
@@ -66,7 +115,5 @@ Json peers::indexFsysAdd(const Work& work)
                 clips[i], MediaFileInfo(MaterialFilename(clipDrive, folder + names[i]), clipBytes), false);
         names = {};
     };
-    Json report = measureIndex(work, clips, {[&] { names = makeClipNames(clips); }, fill, &findLength});
-    SystemCache::invalidate();
-    return report;
+    return measureIndex(work, clips, {[&] { names = makeClipNames(clips); }, fill, &findLength});
 }

@@ -1,6 +1,7 @@
 #include "fsys/CookieIndex.h"
 
 #include "fsys/FsysDirectoryEntry.h"
+#include "fsys/RecordPool.h"
 
 #include <algorithm>
 #include <array>
@@ -43,16 +44,27 @@ struct CookieIndex::Key
 
 // A leaf's slots are entries, those of a node above are nodes. There a slot's key is no greater than any key
 // below it, and greater than any below the slots before.
-struct CookieIndex::Node
+//
+// In nine whole cache lines: a look-up waits for those of the keys and has asked for those of the slots.
+struct alignas(64) CookieIndex::Node
 {
-    static constexpr unsigned slotsMax = 32;
+    static constexpr unsigned slotsMax = 31;
     // Nodes that stay below this together become one: some slots are left for what comes next.
     static constexpr unsigned joinMax = 24;
 
-    unsigned count = 0;
     std::array<std::uint64_t, slotsMax> clips;
+    unsigned count = 0;
     std::array<std::uint16_t, slotsMax> channels;
     std::array<void*, slotsMax> slots;
+
+    // Never destroyed, as the entries' own (FsysDirectoryEntry.cpp).
+    static RecordPool& pool()
+    {
+        static RecordPool& nodes = *new RecordPool(sizeof(Node));
+        return nodes;
+    }
+    static void* operator new(std::size_t) { return pool().take(); }
+    static void operator delete(void* node) noexcept { pool().give(node); }
 
     [[nodiscard]] bool full() const { return count == slotsMax; }
     [[nodiscard]] Key key(unsigned at) const { return {clips[at], channels[at]}; }

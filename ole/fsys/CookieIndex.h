@@ -10,7 +10,7 @@ class FsysDirectoryEntry;
 
 // CookieIndex: an ordered map from cookies to shared entries, made for millions of them.
 //
-// A tree of nodes with up to 32 keys each: a look-up touches a few nodes where a binary tree touches
+// A tree of nodes with up to 31 keys each: a look-up touches a few nodes where a binary tree touches
 // twenty, and an element costs 18 bytes beside its entry. Cookies that come in order fill nodes whole.
 //
 // Threads:    none of its own; the owner keeps changes apart from everything else.

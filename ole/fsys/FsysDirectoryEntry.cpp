@@ -3,6 +3,7 @@
 #include "Qz/Assert.h"
 #include "fsys/FileRecords.h"
 #include "fsys/MaterialLink.h"
+#include "fsys/RecordPool.h"
 #include "fsys/SystemCache.h"
 #include "os/OS.h"
 #include "support/PathHelpers.h"
@@ -20,10 +21,20 @@ unsigned foundStatus(std::uint64_t size, unsigned statusBefore)
     return size == MaterialLink::linkFileSize ? statusBefore : eStatusOnline;
 }
 
+// Never destroyed: static objects may hold entries to the end.
+RecordPool& entryPool()
+{
+    static RecordPool& pool = *new RecordPool(sizeof(FsysDirectoryEntry));
+    return pool;
+}
+
 }  // namespace
 
 FsysDirectoryEntry::FsysDirectoryEntry() = default;
 FsysDirectoryEntry::~FsysDirectoryEntry() = default;
+
+void* FsysDirectoryEntry::operator new(std::size_t) { return entryPool().take(); }
+void FsysDirectoryEntry::operator delete(void* entry) noexcept { entryPool().give(entry); }
 
 FsysDirectoryEntry::FsysDirectoryEntry(DriveId drive, const FolderName& folder, std::wstring_view name,
                                        std::uint64_t size)

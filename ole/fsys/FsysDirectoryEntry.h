@@ -11,6 +11,7 @@
 #include "fsys/ShortGuard.h"
 #include "fsys/StoredFile.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -38,6 +39,9 @@ public:
     ~FsysDirectoryEntry() override;
     FsysDirectoryEntry(const FsysDirectoryEntry&) = delete;
     FsysDirectoryEntry& operator=(const FsysDirectoryEntry&) = delete;
+    // Of a pool (RecordPool).
+    static void* operator new(std::size_t bytes);
+    static void operator delete(void* entry) noexcept;
 
     // --- what the entry holds
 
