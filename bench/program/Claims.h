@@ -11,20 +11,25 @@
 // Work::verify that each of them was answered with the bytes of its own place.
 //
 // Every sector of a test file begins with its own position (TestFile.h).
-// Threads: any, but begin.
+// Threads: any, but rehearse and begin, which must not meet a next.
 class Claims
 {
 public:
     Claims(const Work& work, std::uint64_t fileBytes);
 
+    // Hands out some positions before the clock starts: as many as bring all memory and threads into use that
+    // the run will use. They lie at the end of the file, where the run comes last. None where the file's
+    // first reading is what is measured.
+    void rehearse();
     // The clock of the run starts here.
     void begin();
     // The next position; none when the run is over.
     [[nodiscard]] std::optional<std::uint64_t> next()
     {
-        const std::uint64_t number = count_.fetch_add(1, std::memory_order_relaxed);
-        if (number >= limit_ || isLate(number))
+        const std::uint64_t claimed = count_.fetch_add(1, std::memory_order_relaxed);
+        if (claimed >= limit_ || isLate(claimed))
             return std::nullopt;
+        const std::uint64_t number = first_ + claimed;
         const std::uint64_t place = work_.random ? mixed(number) : number;
         const std::uint64_t position = place % blocks_ * work_.block + shiftOf(number / blocks_);
         if (work_.verify)
@@ -65,7 +70,9 @@ private:
 
     const Work& work_;
     const std::uint64_t blocks_;
-    std::uint64_t limit_;
+    const std::uint64_t runLimit_;
+    std::uint64_t first_ = 0;
+    std::uint64_t limit_ = 0;
     SteadyClock::time_point deadline_ = SteadyClock::time_point::max();
     std::atomic<std::uint64_t> count_{0};
     std::atomic<bool> over_{false};

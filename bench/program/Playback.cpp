@@ -7,11 +7,16 @@
 #include "TestFile.h"
 
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 namespace {
 
 constexpr auto preroll = std::chrono::milliseconds(1000);
+// Frames of each stream that are read before the clock starts. The engine takes new memory until its list of
+// a file is full, with 41 requests.
+constexpr std::uint64_t rehearsalFrames = 48;
+constexpr auto rehearsalMax = std::chrono::minutes(1);
 
 // A camera beside the player, in the same way of doing I/O.
 class SideRecording
@@ -58,12 +63,43 @@ private:
 
 using StreamList = std::vector<std::unique_ptr<PlayStream>>;
 
-// Plays until the end, or until a frame is missing; the number of frames that were due per stream.
-std::uint64_t playAll(const StreamList& streams, const Work& work, std::uint64_t frames,
-                      SteadyClock::time_point start, SteadyClock::duration interval)
+// Reads the first frames as fast as they come.
+void rehearse(const StreamList& streams, const Work& work)
 {
-    for (std::uint64_t frame = 0; frame < frames; ++frame) {
-        std::this_thread::sleep_until(start + interval * static_cast<std::int64_t>(frame));
+    const SteadyClock::time_point latest = SteadyClock::now() + rehearsalMax;
+    for (const auto& stream : streams)
+        stream->allow(work.windowFrames);
+    for (std::uint64_t frame = 0; frame < rehearsalFrames; ++frame)
+        for (const auto& stream : streams) {
+            while (!stream->isThere(frame)) {
+                if (SteadyClock::now() > latest)
+                    throw std::runtime_error("a frame of the rehearsal did not come");
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                // A refusal is asked again.
+                stream->allow(std::min(frame + work.windowFrames, rehearsalFrames));
+            }
+            stream->consumed(frame);
+            stream->allow(std::min(frame + 1 + work.windowFrames, rehearsalFrames));
+        }
+}
+
+// When a frame is due.
+struct Clock
+{
+    SteadyClock::time_point start;
+    SteadyClock::duration interval;
+
+    [[nodiscard]] SteadyClock::time_point due(std::uint64_t frame) const
+    {
+        return start + interval * static_cast<std::int64_t>(frame - rehearsalFrames);
+    }
+};
+
+// Plays until before end, or until a frame is missing; the first frame that was not due.
+std::uint64_t playAll(const StreamList& streams, const Work& work, std::uint64_t end, const Clock& clock)
+{
+    for (std::uint64_t frame = rehearsalFrames; frame < end; ++frame) {
+        std::this_thread::sleep_until(clock.due(frame));
         bool complete = true;
         for (const auto& stream : streams) {
             complete &= stream->isThere(frame);
@@ -73,7 +109,7 @@ std::uint64_t playAll(const StreamList& streams, const Work& work, std::uint64_t
         if (!complete && work.stopAtLate)
             return frame + 1;
     }
-    return frames;
+    return end;
 }
 
 }  // namespace
@@ -97,7 +133,7 @@ Json peers::play(const Work& work)
     std::optional<Engine> engine;
     if (work.peer == "fsys")
         engine.emplace(work);
-    const auto frames = static_cast<std::uint64_t>(work.seconds * work.framesPerSecond[0]);
+    const auto frames = rehearsalFrames + static_cast<std::uint64_t>(work.seconds * work.framesPerSecond[0]);
     StreamList streams;
     for (unsigned i = 0; i < work.streams; ++i) {
         const std::string& path = work.paths.at(i);
@@ -105,21 +141,22 @@ Json peers::play(const Work& work)
     }
     const auto interval = std::chrono::duration_cast<SteadyClock::duration>(
         std::chrono::duration<double>(1 / work.framesPerSecond[0]));
+    rehearse(streams, work);
     SideRecording recording(work);
     Meter meter;
     meter.start();
-    const auto start = SteadyClock::now() + preroll;
+    const Clock clock{SteadyClock::now() + preroll, interval};
     for (const auto& stream : streams)
-        stream->allow(work.windowFrames);
-    const std::uint64_t due = playAll(streams, work, frames, start, interval);
+        stream->allow(rehearsalFrames + work.windowFrames);
+    const std::uint64_t end = playAll(streams, work, frames, clock);
     meter.stop();
     std::uint64_t late = 0;
     for (const auto& stream : streams)
-        for (std::uint64_t frame = 0; frame < due; ++frame)
-            late += !stream->cameBy(frame, start + interval * static_cast<std::int64_t>(frame));
+        for (std::uint64_t frame = rehearsalFrames; frame < end; ++frame)
+            late += !stream->cameBy(frame, clock.due(frame));
     const std::uint64_t recordedLate = recording.finish();
     streams.clear();
-    const std::uint64_t played = due * work.streams;
+    const std::uint64_t played = (end - rehearsalFrames) * work.streams;
     Json report = meter.report(played, played * work.block);
     const double droppedUs = CacheDropper::finish();
     report["dropping_us"] = droppedUs;

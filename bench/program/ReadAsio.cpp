@@ -56,12 +56,19 @@ Json peers::readAsio(const Work& work)
     std::vector<std::unique_ptr<Buffer>> buffers;
     for (unsigned i = 0; i < work.depth; ++i)
         buffers.push_back(std::make_unique<Buffer>(work.block));
+    const auto readAll = [&] {
+        run.done = 0;
+        for (const auto& buffer : buffers)
+            run.readNext(buffer->data());
+        run.context.restart();
+        run.context.run();
+    };
+    run.claims.rehearse();
+    readAll();
     Meter meter;
     meter.start();
     run.claims.begin();
-    for (const auto& buffer : buffers)
-        run.readNext(buffer->data());
-    run.context.run();
+    readAll();
     meter.stop();
     if (run.failed || !run.claims.allCame())
         throw std::runtime_error("a read failed or brought other bytes");

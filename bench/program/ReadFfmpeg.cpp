@@ -21,18 +21,24 @@ Json peers::readFfmpeg(const Work& work)
     std::uint64_t done = 0;
     std::uint64_t at = 0;
     bool failed = false;
+    const auto readAll = [&] {
+        done = 0;
+        while (const auto position = claims.next()) {
+            if (*position != at)
+                failed |= avio_seek(context, static_cast<std::int64_t>(*position), SEEK_SET) < 0;
+            failed |= avio_read(context, buffer.data(), static_cast<int>(work.block)) !=
+                      static_cast<int>(work.block);
+            claims.arrived(buffer.data());
+            at = *position + work.block;
+            ++done;
+        }
+    };
+    claims.rehearse();
+    readAll();
     Meter meter;
     meter.start();
     claims.begin();
-    while (const auto position = claims.next()) {
-        if (*position != at)
-            failed |= avio_seek(context, static_cast<std::int64_t>(*position), SEEK_SET) < 0;
-        failed |=
-            avio_read(context, buffer.data(), static_cast<int>(work.block)) != static_cast<int>(work.block);
-        claims.arrived(buffer.data());
-        at = *position + work.block;
-        ++done;
-    }
+    readAll();
     meter.stop();
     avio_close(context);
     if (failed || !claims.allCame())

@@ -48,6 +48,15 @@ public:
     FileReader(const FileReader&) = delete;
     FileReader& operator=(const FileReader&) = delete;
 
+    void rehearse()
+    {
+        claims_.rehearse();
+        ask(askAgain);
+        wait();
+        exhausted_ = finished_ = false;
+        refusedFull_ = refusedDeferred_ = stalls_ = 0;
+        ended_ = underWaySum_ = looks_ = 0;
+    }
     void begin()
     {
         claims_.begin();
@@ -169,6 +178,8 @@ Json peers::readFsys(const Work& work)
     std::vector<std::unique_ptr<FileReader>> readers;
     for (const std::string& path : work.paths)
         readers.push_back(std::make_unique<FileReader>(path, work));
+    for (const auto& reader : readers)
+        reader->rehearse();
     Meter meter;
     meter.start();
     for (const auto& reader : readers)

@@ -67,12 +67,18 @@ Json peers::readLibuv(const Work& work)
         request.request.data = &request;
         request.run = &run;
     }
+    const auto readAll = [&] {
+        run.done = 0;
+        for (Request& request : requests)
+            readNext(request);
+        uv_run(&run.loop, UV_RUN_DEFAULT);
+    };
+    run.claims.rehearse();
+    readAll();
     Meter meter;
     meter.start();
     run.claims.begin();
-    for (Request& request : requests)
-        readNext(request);
-    uv_run(&run.loop, UV_RUN_DEFAULT);
+    readAll();
     meter.stop();
     uv_loop_close(&run.loop);
     if (run.failed || !run.claims.allCame())

@@ -8,7 +8,6 @@
 #include "media/MediaReader.h"
 
 #include <atomic>
-#include <future>
 #include <memory>
 #include <stdexcept>
 
@@ -24,16 +23,23 @@ public:
             throw std::runtime_error("MediaReader: " + path);
     }
 
+    void rehearse()
+    {
+        claims_.rehearse();
+        ask(work_.depth);
+        wait();
+        done_ = 0;
+    }
     void begin()
     {
         claims_.begin();
-        // One more than the reads: so the last of them cannot end before all have begun.
-        underWay_ = 1;
-        for (unsigned i = 0; i < work_.depth; ++i)
-            ask();
-        endOne();
+        ask(work_.depth);
     }
-    void wait() { over_.get_future().wait(); }
+    void wait() const
+    {
+        while (const unsigned underWay = underWay_)
+            underWay_.wait(underWay);
+    }
     [[nodiscard]] std::uint64_t done() const
     {
         if (failed_ || !claims_.allCame())
@@ -42,7 +48,15 @@ public:
     }
 
 private:
-    void ask()
+    void ask(unsigned depth)
+    {
+        // One more than the reads: so the last of them cannot end before all have begun.
+        underWay_ = 1;
+        for (unsigned i = 0; i < depth; ++i)
+            askForOne();
+        endOne();
+    }
+    void askForOne()
     {
         const auto position = claims_.next();
         if (!position)
@@ -54,14 +68,14 @@ private:
             else
                 failed_ = true;
             ++done_;
-            ask();
+            askForOne();
             endOne();
         });
     }
     void endOne()
     {
         if (--underWay_ == 0)
-            over_.set_value();
+            underWay_.notify_one();
     }
 
     const Work& work_;
@@ -69,7 +83,6 @@ private:
     std::atomic<unsigned> underWay_{0};
     std::atomic<std::uint64_t> done_{0};
     std::atomic<bool> failed_{false};
-    std::promise<void> over_;
     MediaReader reader_;
 };
 
@@ -81,6 +94,8 @@ Json peers::readMedia(const Work& work)
     std::vector<std::unique_ptr<Reading>> readings;
     for (const std::string& path : work.paths)
         readings.push_back(std::make_unique<Reading>(path, work));
+    for (const auto& reading : readings)
+        reading->rehearse();
     Meter meter;
     meter.start();
     for (const auto& reading : readings)

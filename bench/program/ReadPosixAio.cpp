@@ -39,22 +39,13 @@ void awaitEnd(const Request& request)
         aio_suspend(list, 1, nullptr);
 }
 
-}  // namespace
-
-Json peers::readPosixAio(const Work& work)
+// The number of blocks.
+std::uint64_t readAll(std::vector<Request>& requests, Claims& claims, int fd, std::size_t block)
 {
-    const Descriptor file = openForReading(work.paths.at(0), work.mode);
-    Claims claims(work, sizeOf(work.paths.at(0)));
-    std::vector<Request> requests(work.depth);
-    for (Request& request : requests)
-        request.memory = std::make_unique<Buffer>(work.block);
     std::uint64_t done = 0;
     std::size_t first = 0;  // the oldest request under way: reads of one file end in order
     std::size_t underWay = 0;
-    Meter meter;
-    meter.start();
-    claims.begin();
-    while (underWay < requests.size() && readNext(requests[underWay], claims, file.get(), work.block))
+    while (underWay < requests.size() && readNext(requests[underWay], claims, fd, block))
         ++underWay;
     while (underWay > 0) {
         Request& oldest = requests[first];
@@ -64,9 +55,27 @@ Json peers::readPosixAio(const Work& work)
         claims.arrived(oldest.memory->data());
         ++done;
         first = (first + 1) % requests.size();
-        if (!readNext(oldest, claims, file.get(), work.block))
+        if (!readNext(oldest, claims, fd, block))
             --underWay;
     }
+    return done;
+}
+
+}  // namespace
+
+Json peers::readPosixAio(const Work& work)
+{
+    const Descriptor file = openForReading(work.paths.at(0), work.mode);
+    Claims claims(work, sizeOf(work.paths.at(0)));
+    std::vector<Request> requests(work.depth);
+    for (Request& request : requests)
+        request.memory = std::make_unique<Buffer>(work.block);
+    claims.rehearse();
+    readAll(requests, claims, file.get(), work.block);
+    Meter meter;
+    meter.start();
+    claims.begin();
+    const std::uint64_t done = readAll(requests, claims, file.get(), work.block);
     meter.stop();
     if (!claims.allCame())
         throw std::runtime_error("other bytes came than were asked for");

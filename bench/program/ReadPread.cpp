@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <barrier>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
@@ -48,16 +49,29 @@ Json peers::readPread(const Work& work)
         buffers.push_back(std::make_unique<Buffer>(work.block));
     std::atomic<std::uint64_t> done{0};
     Meter meter;
-    meter.start();
-    {
-        std::vector<std::jthread> threads;
+    for (const auto& file : files)
+        file->claims.rehearse();
+    std::barrier together(static_cast<std::ptrdiff_t>(buffers.size()), [&]() noexcept {
+        meter.start();
         for (const auto& file : files)
             file->claims.begin();
+    });
+    // A failure in the rehearsal ends the program: the others would wait for ever.
+    const auto rehearse = [&](OpenFile& file, unsigned char* buffer) noexcept {
+        readLoop(file, buffer, work.block);
+        together.arrive_and_wait();
+    };
+    const auto readOn = [&](std::size_t i) {
+        OpenFile& file = *files[i % files.size()];
+        rehearse(file, buffers[i]->data());
+        done += readLoop(file, buffers[i]->data(), work.block);
+    };
+    {
+        std::vector<std::jthread> threads;
         // The only one reads on the calling thread, as a program with one reader would.
         for (std::size_t i = 1; i < buffers.size(); ++i)
-            threads.emplace_back(
-                [&, i] { done += readLoop(*files[i % files.size()], buffers[i]->data(), work.block); });
-        done += readLoop(*files[0], buffers[0]->data(), work.block);
+            threads.emplace_back([&, i] { readOn(i); });
+        readOn(0);
     }
     meter.stop();
     for (const auto& file : files)
@@ -75,14 +89,20 @@ Json peers::readMmap(const Work& work)
     require(mapping != MAP_FAILED, "mmap");
     const Buffer buffer(work.block);
     std::uint64_t done = 0;
+    const auto readAll = [&] {
+        done = 0;
+        while (const auto position = claims.next()) {
+            std::memcpy(buffer.data(), static_cast<const unsigned char*>(mapping) + *position, work.block);
+            claims.arrived(buffer.data());
+            ++done;
+        }
+    };
+    claims.rehearse();
+    readAll();
     Meter meter;
     meter.start();
     claims.begin();
-    while (const auto position = claims.next()) {
-        std::memcpy(buffer.data(), static_cast<const unsigned char*>(mapping) + *position, work.block);
-        claims.arrived(buffer.data());
-        ++done;
-    }
+    readAll();
     meter.stop();
     ::munmap(mapping, bytes);
     if (!claims.allCame())

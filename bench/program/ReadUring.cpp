@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <barrier>
 #include <cerrno>
 #include <stdexcept>
 #include <thread>
@@ -120,19 +121,28 @@ Json readThrough(const Work& work, bool tuned)
     for (const std::string& path : work.paths)
         readers.push_back(std::make_unique<RingReader>(path, work, tuned));
     std::atomic<std::uint64_t> done{0};
-    readers[0]->setUp();
     Meter meter;
-    meter.start();
-    {
-        std::vector<std::jthread> threads;
+    std::barrier together(static_cast<std::ptrdiff_t>(readers.size()), [&]() noexcept {
+        meter.start();
         for (const auto& reader : readers)
             reader->claims().begin();
+    });
+    // A failure in the rehearsal ends the program: the others would wait for ever.
+    const auto rehearse = [&](RingReader& reader) noexcept {
+        reader.setUp();
+        reader.claims().rehearse();
+        reader.run();
+        together.arrive_and_wait();
+    };
+    const auto readOn = [&](RingReader& reader) {
+        rehearse(reader);
+        done += reader.run();
+    };
+    {
+        std::vector<std::jthread> threads;
         for (std::size_t i = 1; i < readers.size(); ++i)
-            threads.emplace_back([&, i] {
-                readers[i]->setUp();
-                done += readers[i]->run();
-            });
-        done += readers[0]->run();
+            threads.emplace_back([&, i] { readOn(*readers[i]); });
+        readOn(*readers[0]);
     }
     meter.stop();
     for (const auto& reader : readers)

@@ -7,6 +7,7 @@
 #include "TestFile.h"
 
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <optional>
 #include <thread>
@@ -44,6 +45,17 @@ try {
     result.failure = std::current_exception();
 }
 
+// Into another file, so that the one that is measured grows from nothing.
+void rehearseWriting(const Work& work, const std::vector<unsigned char>& frame)
+{
+    const std::string path = work.paths.at(0) + ".rehearsal";
+    const std::unique_ptr<FrameSink> sink = makeSink(work.peer, path, work);
+    for (unsigned i = 0; i < 2 * work.depth; ++i)
+        sink->write(frame);
+    sink->finish();
+    std::filesystem::remove(path);
+}
+
 }  // namespace
 
 Json peers::write(const Work& work)
@@ -56,6 +68,7 @@ Json peers::write(const Work& work)
     // The file grows without end; only the limits of the run are of interest.
     Claims claims(work, std::numeric_limits<std::int64_t>::max());
     std::uint64_t done = 0;
+    rehearseWriting(work, frame);
     Meter meter;
     {
         const std::unique_ptr<FrameSink> sink = makeSink(work.peer, path, work);
