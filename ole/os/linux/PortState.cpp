@@ -22,6 +22,9 @@ constexpr unsigned entriesPerTransfer = 2;
 constexpr auto longCommand = std::chrono::microseconds(50);
 constexpr unsigned roundsInMean = 8;
 
+// A thread copies as much in the time in which another one wakes up and begins.
+constexpr std::size_t bytesForHelp = std::size_t{1024} * 1024;
+
 constexpr auto betweenLooks = std::chrono::milliseconds(2);
 constexpr unsigned looksUntilGrowth = 50;
 constexpr unsigned looksUntilRest = 50;
@@ -56,6 +59,8 @@ void PortState::start()
             Lock watcherLock(self->mutex_);
             self->watchLoop(watcherLock);
         });
+        // One thread waits in the backend, and the watcher sees when the others are all in commands.
+        sharesCopies_ = threads_.size() > 1 && backend_->copiesInSubmit();
     } catch (const std::system_error&) {
         // The port works without growth, and with a thread that always stands by.
     }
@@ -108,8 +113,15 @@ bool PortState::hold() { return enter(1); }
 
 void PortState::releaseHeld()
 {
-    backend_->flush();
+    flush();
     leave(1);
+}
+
+void PortState::flush()
+{
+    if (copies_.holdsSome())
+        releaseCopies();
+    backend_->flush();
 }
 
 bool PortState::submit(LinuxAsyncContext* transfer)
@@ -117,7 +129,16 @@ bool PortState::submit(LinuxAsyncContext* transfer)
     const bool more = SubmissionHold::holdsFor(this);
     if (!enter(entriesPerTransfer))
         return false;
-    backend_->submit(transfer, more);
+    if (sharesCopies_ && transfer->transfer().mayBeCached()) {
+        {
+            const Lock lock(mutex_);
+            copies_.hold(transfer);
+        }
+        if (!more)
+            flush();
+    } else {
+        backend_->submit(transfer, more);
+    }
     leave(1);
     return true;
 }
@@ -134,7 +155,7 @@ void PortState::takeFinished(TransferList& finished)
     unlockAndWake(lock, true);
 }
 
-bool PortState::somethingWaits() const { return !ready_.empty() || !collecting_; }
+bool PortState::somethingWaits() const { return !ready_.empty() || copies_.hasSome() || !collecting_; }
 
 // Wakes without the lock: under it the other thread would sleep once more, until it is free.
 void PortState::unlockAndWake(Lock& lock, bool helpWanted)
@@ -148,6 +169,7 @@ void PortState::unlockAndWake(Lock& lock, bool helpWanted)
 void PortState::deliverLoop(Lock& lock)
 {
     Round round{Clock::now()};
+    Looks looks;
     while (!ending_) {
         if (LinuxAsyncContext* transfer = ready_.pop()) {
             runCommand(lock, transfer);
@@ -155,18 +177,41 @@ void PortState::deliverLoop(Lock& lock)
             continue;
         }
         endRound(round);
-        if (!collecting_) {
+        TransferList group;
+        if (const unsigned taken = copies_.take(group)) {
+            looks.brief.worked(taken + copies_.count());
+            looks.hasCopied = true;
+            copy(lock, group);
+        } else if (!collecting_) {
             waitForFinished(lock);
         } else if (threads_.size() > minThreads_) {
             leaveThreads();
             return;
         } else {
-            ++asleep_;
-            work_.wait(lock);
-            --asleep_;
+            sleep(lock, looks);
         }
         round = {Clock::now()};
     }
+}
+
+void PortState::sleep(Lock& lock, Looks& looks)
+{
+    const bool looked = looks.hasCopied;
+    if (looked) {
+        ++looking_;
+        lock.unlock();
+        static_cast<void>(looks.brief.look([this] { return copies_.hasSome(); }));
+        lock.lock();
+        --looking_;
+    }
+    if (!ending_ && !somethingWaits()) {
+        looks.hasCopied = false;
+        ++asleep_;
+        work_.wait(lock);
+        --asleep_;
+    }
+    if (looked)
+        looks.brief.came();
 }
 
 void PortState::endRound(Round& round)
@@ -212,6 +257,57 @@ void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
     ++returned_;
 }
 
+// --- copies
+
+void PortState::releaseCopies()
+{
+    TransferList others;
+    Lock lock(mutex_);
+    if (copies_.release(others)) {
+        if (!watching_)
+            startWatching();
+        unlockAndWakeForCopies(lock);
+        return;
+    }
+    lock.unlock();
+    while (LinuxAsyncContext* transfer = others.pop())
+        backend_->submit(transfer, true);
+}
+
+// Each thread that takes some wakes the next one, as long as there is enough.
+void PortState::unlockAndWakeForCopies(Lock& lock)
+{
+    const bool nobody = copying_ + looking_ == 0;
+    const bool wakes = asleep_ > 0 && copies_.hasSome() && (nobody || copies_.bytes() >= bytesForHelp);
+    lock.unlock();
+    if (wakes)
+        work_.notify_one();
+}
+
+void PortState::copy(Lock& lock, TransferList& group)
+{
+    ++copying_;
+    unlockAndWakeForCopies(lock);
+    TransferList copied;
+    while (LinuxAsyncContext* transfer = group.pop()) {
+        if (transfer->transfer().copyCached())
+            copied.push(transfer);
+        else
+            backend_->submit(transfer, false);
+    }
+    lock.lock();
+    --copying_;
+    ready_.append(copied);
+}
+
+// The thread in the backend sees nothing of what came another way.
+void PortState::callCollector(Lock& lock)
+{
+    lock.unlock();
+    backend_->interrupt();
+    lock.lock();
+}
+
 void PortState::leaveThreads()
 {
     const auto self = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
@@ -240,22 +336,26 @@ void PortState::watchLoop(Lock& lock)
         if (watching_) {
             watch_.wait_for(lock, betweenLooks);
             if (!ending_)
-                look();
+                look(lock);
         } else {
             watch_.wait(lock);
         }
     }
 }
 
-void PortState::look()
+void PortState::look(Lock& lock)
 {
     const bool moved = returned_ != returnedAtLook_;
-    const bool waits = !ready_.empty() || (busy_ > 0 && !collecting_);
+    // A thread that copies comes back for the next ones.
+    const bool copiesWait = copies_.hasSome() && copying_ == 0;
+    const bool waits = !ready_.empty() || copiesWait || (busy_ > 0 && !collecting_);
+    bool callsCollector = false;
     // Short commands end their round long before the next look.
     if (waits && rounds_ == roundsAtLook_) {
         usualCommand_ = std::max<Clock::duration>(usualCommand_, betweenLooks);
         if (asleep_ > 0)
             work_.notify_one();
+        callsCollector = asleep_ == 0 && collecting_;
     }
     stuckLooks_ = waits && !moved ? stuckLooks_ + 1 : 0;
     if (stuckLooks_ > looksUntilGrowth)
@@ -265,6 +365,9 @@ void PortState::look()
     watching_ = idleLooks_ < looksUntilRest;
     returnedAtLook_ = returned_;
     roundsAtLook_ = rounds_;
+    // At the end: what was seen does not hold any longer when the lock has been free.
+    if (callsCollector)
+        callCollector(lock);
 }
 
 void PortState::addThreadIfAllBusy()
@@ -290,7 +393,7 @@ void PortState::shutDown()
     if ((word_.fetch_or(closedBit, std::memory_order_acq_rel) & closedBit) != 0)
         return;
     const unsigned own = portOfThisThread == this ? 1 : 0;
-    backend_->flush();
+    flush();
     {
         Lock lock(mutex_);
         drained_.wait(lock, [this, own] { return entered() <= own; });

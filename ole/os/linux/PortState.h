@@ -2,8 +2,10 @@
 
 #include "Qz/InternalRefCount.h"
 #include "Qz/Ptr.h"
+#include "os/BriefLook.h"
 #include "os/CompletionPortHandler.h"
 #include "os/linux/BackendSelect.h"
+#include "os/linux/CopyQueue.h"
 #include "os/linux/TransferBackend.h"
 
 #include <atomic>
@@ -21,6 +23,9 @@
 // each of them, the others sleep. Waking another one for every command costs more than most commands, so
 // it is done only where commands have lately been long; a command that turns out to block is found by the
 // watching thread within a few milliseconds, and another thread takes over, so that it holds up nobody.
+// Copies:     where many bytes wait that the page cache is likely to have, the threads share the copies and
+//             run each command while its data is in their cache. The rest goes on to the backend. Where
+//             all others are in commands the watching thread calls the one in the backend.
 // Growth:     the watching thread adds one while completions wait, all threads are in commands, and none
 //             has come back for 100 ms. A thread above the minimum leaves when it finds nothing to do.
 // Threads:    any, also the port's own.
@@ -71,10 +76,24 @@ private:
         unsigned commands = 0;
     };
 
+    void flush();
+    void releaseCopies();
+
+    // One thread's looks for copies.
+    struct Looks
+    {
+        os::BriefLook brief;
+        bool hasCopied = false;  // since it slept
+    };
+
     // The rest with mutex_ held through lock.
     bool addThread();
     void deliverLoop(Lock& lock);
     void waitForFinished(Lock& lock);
+    void copy(Lock& lock, TransferList& group);
+    void sleep(Lock& lock, Looks& looks);
+    void unlockAndWakeForCopies(Lock& lock);
+    void callCollector(Lock& lock);
     void runCommand(Lock& lock, LinuxAsyncContext* transfer);
     void endRound(Round& round);
     [[nodiscard]] bool somethingWaits() const;
@@ -82,7 +101,7 @@ private:
     void leaveThreads();
     void startWatching();
     void watchLoop(Lock& lock);
-    void look();
+    void look(Lock& lock);
     void addThreadIfAllBusy();
     void joinThreads();
 
@@ -90,6 +109,7 @@ private:
     IOCompletionCommand command_;
     const unsigned minThreads_;
     std::unique_ptr<TransferBackend> backend_;
+    bool sharesCopies_ = false;      // set by start
     std::atomic<unsigned> word_{0};  // entries times two, plus one once shut down
 
     std::mutex mutex_;
@@ -97,11 +117,14 @@ private:
     std::condition_variable drained_;  // shutDown
     std::condition_variable watch_;    // the watching thread
     TransferList ready_;               // finished, not yet delivered
+    CopyQueue copies_;
     std::vector<std::thread> threads_;
     std::vector<std::thread> left_;  // threads that left and wait to be joined
     std::thread watcher_;
     unsigned asleep_ = 0;
     unsigned busy_ = 0;                // threads in a command
+    unsigned copying_ = 0;             // threads in a copy
+    unsigned looking_ = 0;             // threads that look for copies
     unsigned returned_ = 0;            // commands that came back, modulo 2^32
     bool collecting_ = false;          // one thread is in the backend
     Clock::duration usualCommand_{0};  // what one takes, as a mean of the last rounds

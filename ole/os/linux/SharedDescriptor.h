@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Qz/InternalRefCount.h"
+#include "os/linux/CacheGuess.h"
 #include "os/linux/Transfer.h"
 
 #include <cstddef>
@@ -27,6 +28,8 @@ public:
     [[nodiscard]] bool isRegular() const { return regular_; }
     // False for pipes and the like, which have no positions.
     [[nodiscard]] bool isSeekable() const { return seekable_; }
+    // Of reads through the first descriptor.
+    [[nodiscard]] CacheGuess& cacheGuess() const { return cacheGuess_; }
     [[nodiscard]] bool allowsDirect(std::uint64_t position, const void* memory, std::size_t count) const;
 
 private:
@@ -35,6 +38,7 @@ private:
     std::uint32_t memoryAlignment_ = 0;  // bytes
     std::uint32_t offsetAlignment_ = 0;  // bytes
     const bool forceWorkers_;
+    mutable CacheGuess cacheGuess_;
     bool regular_ = false;
     bool seekable_ = false;
 };

@@ -25,6 +25,7 @@ public:
     void flush() override {}
     void collect(TransferList& finished) override;
     void interrupt() override;
+    [[nodiscard]] bool copiesInSubmit() const override { return false; }
     [[nodiscard]] bool hasFinished() override;
 
 private:

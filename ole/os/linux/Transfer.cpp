@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <sched.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -17,6 +18,9 @@ constexpr std::size_t stepBytesMax = std::size_t{1} << 30;
 
 // A file that can be waited for is refused a few times at most; anything else is an error.
 constexpr unsigned refusalsMax = 100;
+
+// Shorter reads are copied before another thread has been woken.
+constexpr std::size_t sharedCopyBytesMin = std::size_t{16} * 1024;
 
 constexpr auto positionMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 
@@ -38,6 +42,29 @@ Transfer::Step Transfer::nextStep()
     step.fd = direct_ ? file_->directFd() : file_->fd();
     step.onWorker = file_->forceWorkers() || refusals_ > 0;
     return step;
+}
+
+bool Transfer::mayBeCached() const
+{
+    return kind_ == TransferKind::read && count_ >= sharedCopyBytesMin && file_->isRegular() &&
+           !file_->forceWorkers() && !(mayBeDirect_ && file_->allowsDirect(position_, memory_, count_)) &&
+           file_->cacheGuess().isWorthTrying();
+}
+
+bool Transfer::copyCached()
+{
+    const Step step = nextStep();
+    const iovec piece = {step.memory, step.count};
+    const ssize_t copied = preadv2(step.fd, &piece, 1, static_cast<off_t>(step.position), RWF_NOWAIT);
+    // Whatever else was the matter is told again when the rest is asked for.
+    const bool cannotTell = copied < 0 && errno == EOPNOTSUPP;
+    if (copied >= 0 && advance(copied))
+        return true;
+    if (cannotTell)
+        file_->cacheGuess().giveUp();
+    else
+        file_->cacheGuess().missed();
+    return false;
 }
 
 bool Transfer::advance(std::int64_t result)

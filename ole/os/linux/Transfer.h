@@ -41,6 +41,12 @@ public:
 
     // REQUIRES: not finished.
     [[nodiscard]] Step nextStep();
+    // A read through the page cache that is likely to be a copy and no more, of a length that is worth
+    // another thread.
+    [[nodiscard]] bool mayBeCached() const;
+    // Copies what the page cache has without waiting for a disk. True when the transfer has ended; else it
+    // goes on with nextStep. REQUIRES: mayBeCached.
+    [[nodiscard]] bool copyCached();
     // Takes what the kernel answered to the last step: bytes, or a negated errno. True when the transfer
     // has ended.
     [[nodiscard]] bool advance(std::int64_t result);

@@ -28,6 +28,8 @@ public:
     virtual void collect(TransferList& finished) = 0;
     // Lets a collect that waits, or else the next one, return.
     virtual void interrupt() = 0;
+    // True when a read of cached pages is copied inside submit or flush.
+    [[nodiscard]] virtual bool copiesInSubmit() const = 0;
     // True when collect would return at once. REQUIRES that nobody collects.
     [[nodiscard]] virtual bool hasFinished() = 0;
 };

@@ -15,6 +15,8 @@ public:
         end_ = &transfer->next;
     }
     // The oldest one, or null.
+    [[nodiscard]] LinuxAsyncContext* first() const { return first_; }
+    // Takes the oldest one; null when there is none.
     LinuxAsyncContext* pop()
     {
         LinuxAsyncContext* transfer = first_;

@@ -28,6 +28,7 @@ public:
     void flush() override;
     void collect(TransferList& finished) override;
     void interrupt() override;
+    [[nodiscard]] bool copiesInSubmit() const override { return true; }
     [[nodiscard]] bool hasFinished() override;
 
 private:
