@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs a command on a file system that is made for it and goes with it.
 #   with_file_system.sh KIND COMMAND [ARGS]
-# KIND        ext4, xfs, tmpfs; ext4-4096 (a disk of 4096-byte sectors); small (8 MiB of ext4); read-only
+# KIND        ext4, xfs, tmpfs; ext4-4096 (a disk of 4096-byte sectors); small (8 MiB of ext4); small-xfs (the
+#             least that it can be), small-tmpfs; quota (16 MiB for a folder of a btrfs); read-only
 # The command finds it as $TMPDIR. A mount namespace of its own keeps it from everybody else.
 # Exit status: the command's; 77 when this machine or user cannot make such a file system.
 set -euo pipefail
@@ -19,7 +20,7 @@ loop=
 mkdir "$place"
 chmod 755 "$work"  # tests that give up root reach it too
 clean() {
-    umount "$place" 2>/dev/null || true
+    while umount "$place" 2>/dev/null; do :; done
     [ -z "$loop" ] || losetup -d "$loop"
     rm -rf "$work"
 }
@@ -37,6 +38,17 @@ ext4-4096) disk 512M 4096; mkfs.ext4 -q "$loop"; mount "$loop" "$place" ;;
 xfs) disk 512M 512; mkfs.xfs -q "$loop"; mount "$loop" "$place" ;;
 tmpfs) mount -t tmpfs -o size=512M tmpfs "$place" ;;
 small) disk 8M 512; mkfs.ext4 -q -O ^has_journal -m 0 "$loop"; mount "$loop" "$place" ;;
+small-xfs) disk 300M 512; mkfs.xfs -q "$loop"; mount "$loop" "$place" ;;
+small-tmpfs) mount -t tmpfs -o size=24M tmpfs "$place" ;;
+quota)
+    disk 256M 512
+    mkfs.btrfs -q "$loop"
+    mount "$loop" "$place"
+    btrfs -q subvolume create "$place/folder"
+    btrfs -q quota enable "$place" || skip "no quotas of folders"
+    btrfs -q qgroup limit 16M "$place/folder"
+    mount --bind "$place/folder" "$place"
+    ;;
 read-only)
     disk 64M 512
     mkfs.ext4 -q "$loop"
