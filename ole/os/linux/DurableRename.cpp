@@ -23,6 +23,13 @@ bool failWith(int error)
 
 bool isMissingHere(int error) { return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
 
+// A folder that may be written and not read cannot be opened, and many servers do not synchronise folders.
+// All else is a failure, also while opening: a disk that died a moment ago refuses already that.
+bool promisesNothing(int error)
+{
+    return error == EACCES || error == EPERM || error == EBADF || isMissingHere(error);
+}
+
 // File systems of servers often know no renaming that replaces nothing. A second name comes nearest, because
 // the kernel refuses one that is taken; where there are no second names only looking first is left.
 int renameByLink(const std::string& from, const std::string& to)
@@ -54,9 +61,9 @@ int renameWithoutReplacing(const std::string& from, const std::string& to)
 int syncFolder(const std::string& folder)
 {
     const ScopedFd fd(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.isOpen() || ::fsync(fd.get()) == 0)
+    if (fd.isOpen() && ::fsync(fd.get()) == 0)
         return 0;
-    return errno == EIO || errno == ENOSPC || errno == EDQUOT ? errno : 0;
+    return promisesNothing(errno) ? 0 : errno;
 }
 
 bool renameDurably(const std::string& from, const std::string& to, Progress& progress)

@@ -12,8 +12,9 @@ namespace os {
 // as well, with the file under its new name.
 bool renameDurably(const std::string& from, const std::string& to, Progress& progress);
 
-// Makes the names in a folder durable; 0 or an errno. Folders that cannot be opened or synchronised have no
-// such promise to give; only a disk that fails counts. The empty path is the current folder.
+// Makes the names in a folder durable; 0 or an errno. 0 also for folders that this user may not open and
+// where the file system does not synchronise folders: these have no such promise to give. The empty path is
+// the current folder.
 int syncFolder(const std::string& folder);
 
 }  // namespace os
