@@ -146,7 +146,10 @@ int save(const fs::path& folder, std::string_view way, const char* first)
 std::string rootOf(const std::string& folder, const char* name)
 {
     const std::string root = folder + "/" + name;
-    fs::create_directories(root);
+    std::error_code error;
+    fs::create_directories(root, error);
+    if (error)
+        stop(root + ": " + error.message());
     return root + "/";
 }
 

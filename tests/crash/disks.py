@@ -69,13 +69,14 @@ def mount(source, target, kind, flags=0, options=""):
 
 
 def unmount(target, flags=0):
+    """Waits for processes that have not quite ended."""
     for _ in range(100):
         if LIBC.umount2(os.fsencode(target), flags) == 0:
             return
         code = ctypes.get_errno()
         if code != errno.EBUSY:
             raise OSError(code, os.strerror(code), target)
-        time.sleep(0.05)  # some process of the test has not quite ended
+        time.sleep(0.05)
     raise OSError(errno.EBUSY, "still in use", target)
 
 
