@@ -8,8 +8,9 @@ the worker had said at that moment: what was finished is there, what was under w
 
     power_loss.py --worker crash_worker [--file-system ext4] [--work save|record] [--way product] [--states 300]
 
---way rename and --way naive save without care. They show that the check can fail: with --expect-broken the
-script fails when nothing is broken.
+--way rename and --way naive save without care; --without files and --without folders take the worker's flushes of
+these away (--no-flush names the library that does it). They show that the check can fail: with --expect-broken
+the script fails when nothing is broken.
 Prints the seed; --seed repeats the choice of states (what the kernel writes is never quite the same twice).
 """
 
@@ -167,7 +168,8 @@ def record_story(arguments, check, folder, place):
 def environment(arguments, folder, place):
     home = folder + "/home"
     os.makedirs(home, exist_ok=True)
-    return {**os.environ, "HOME": home, "FSYS_LOG": home + "/log", "FSYS_PREFS": place + "/preferences",
+    without = {"CRASH_WITHOUT": arguments.without, "LD_PRELOAD": arguments.no_flush} if arguments.without else {}
+    return {**without, **os.environ, "HOME": home, "FSYS_LOG": home + "/log", "FSYS_PREFS": place + "/preferences",
             "CRASH_WAIT": "1", "CRASH_COUNT": str(arguments.steps)}
 
 
@@ -254,8 +256,9 @@ def try_states(arguments, check, folder, place, recorded):
     os.close(log_file)
     flushes = sum(entry[0] == b"F" for entry in entries[first:])
     steps = sum(line[0] == "end" for line in story.lines)
-    print("%s, %s, %s: %d of %d crash states broken %s(%d with unflushed writes; %d steps, %d writes, %d flushes)" % (
-        arguments.file_system, arguments.work, arguments.way, broken, len(points),
+    print("%s, %s, %s%s: %d of %d crash states broken %s(%d with unflushed writes; %d steps, %d writes, %d flushes)" % (
+        arguments.file_system, arguments.work, arguments.way,
+        " without flushes of " + arguments.without if arguments.without else "", broken, len(points),
         "".join("%s %d " % pair for pair in sorted(wrong.items())), windows, steps,
         len(entries) - first - flushes, flushes))
     return broken
@@ -270,6 +273,8 @@ def main():
     parser.add_argument("--states", type=int, default=300)
     parser.add_argument("--steps", type=int, default=40, help="of the worker")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
+    parser.add_argument("--without", choices=("files", "folders"))
+    parser.add_argument("--no-flush", help="the library no_flush")
     parser.add_argument("--expect-broken", action="store_true")
     arguments = parser.parse_args()
     disks.need("nbdkit", "nbdfuse", "losetup", "fusermount3", disks.MAKE[arguments.file_system][0])
