@@ -22,6 +22,9 @@ step "$here/kills.py" --worker "$worker" --command "$FSYS_COMMAND" --kills 2000
 power --file-system ext4 --states 1000 --steps 150
 power --file-system xfs --states 200 --steps 60
 power --file-system btrfs --states 200 --steps 60
+for kind in ext4 xfs btrfs; do
+    power --file-system $kind --work locations --states 100 --steps 60
+done
 power --file-system ext4 --work record --states 300 --steps 40
 power --file-system xfs --work record --states 150 --steps 40
 power --file-system btrfs --work record --states 150 --steps 40
@@ -30,7 +33,7 @@ for kind in ext4 xfs btrfs; do
     power --file-system $kind --states 50 --way rename --expect-broken
 done
 for what in files folders; do
-    for work in save record; do
+    for work in save locations record; do
         power --work $work --states 50 --steps 16 --without $what --no-flush "$build/tests/crash/libno_flush.so" \
             --expect-broken
     done

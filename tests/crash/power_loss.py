@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """Loses power, thousands of times, and looks at what is left.
 
-A worker saves small files or records clips on a disk that writes down all that it is told to write. From that
+A worker saves small files, changes locations or records clips on a disk that writes down all that it is told to write. From that
 log crash states are built: all that came before the last flush, and of what came after it a part, some of it
 torn. Each state is mounted, so that the file system recovers as it would after a start, and checked against what
 the worker had said at that moment: what was finished is there, what was under way is the old or the new one.
 
-    power_loss.py --worker crash_worker [--file-system ext4] [--work save|record] [--way product] [--states 300]
+    power_loss.py --worker crash_worker [--file-system ext4] [--work save|locations|record] [--way product] [--states 300]
 
 --way rename and --way naive save without care; --without files and --without folders take the worker's flushes of
 these away (--no-flush names the library that does it). They show that the check can fail: with --expect-broken
@@ -94,6 +94,44 @@ class SaveCheck:
             yield "empty" if not found else "torn", "%s: %d bytes, %r..." % (path, len(found), found[:40])
         elif ended is not None and version < ended:
             yield "lost", "%s: version %d after %d had been saved" % (path, version, ended)
+
+
+class LocationsCheck:
+    """Compares the list of locations, and the name of one, with the story."""
+
+    def setup(self, place):
+        os.makedirs(place + "/space")
+
+    def command(self, worker, place, _way):
+        return [worker, "locations", place + "/space", place, "1"]
+
+    def __call__(self, place, story):
+        is_ready = any(line == ["ready"] for line in story)
+        names = self.allowed("name", story, None)
+        yield from self.judge(place + "/named/Material/MediaSpaceInfo.txt",
+                              [name and "name=%s\n" % name for name in names])
+        lists = {"0": place + "/named/\n", "1": place + "/named/\n" + place + "/guest/\n", None: None}
+        guests = self.allowed("guest", story, "0") + ([] if is_ready else [None])
+        yield from self.judge(place + "/space/DefNetDrive.txt", [lists[guest] for guest in guests])
+
+    def allowed(self, kind, story, before):
+        """What was ended last, and what was begun since."""
+        of_kind = [(line[0], " ".join(line[2:])) for line in story if line[1:2] == [kind]]
+        last = max((i for i, (event, _) in enumerate(of_kind) if event == "end"), default=-1)
+        return [of_kind[last][1] if last >= 0 else before] + [value for _, value in of_kind[last + 1:]]
+
+    def judge(self, path, allowed):
+        """None among what is allowed: the file may be missing."""
+        try:
+            with open(path, "rb") as file:
+                found = file.read().decode(errors="replace")
+        except FileNotFoundError:
+            found = None
+        except OSError as error:
+            yield "unreadable", "%s: %s" % (path, error)
+            return
+        if found not in allowed:
+            yield "wrong", "%s: %r is none of %r" % (path, found and found[:60], [a and a[:60] for a in allowed])
 
 
 class RecordCheck:
@@ -268,7 +306,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--worker", required=True)
     parser.add_argument("--file-system", choices=sorted(disks.MAKE), default="ext4")
-    parser.add_argument("--work", choices=("save", "record"), default="save")
+    parser.add_argument("--work", choices=("save", "locations", "record"), default="save")
     parser.add_argument("--way", choices=("product", "rename", "naive"), default="product")
     parser.add_argument("--states", type=int, default=300)
     parser.add_argument("--steps", type=int, default=40, help="of the worker")
@@ -280,7 +318,8 @@ def main():
     disks.need("nbdkit", "nbdfuse", "losetup", "fusermount3", disks.MAKE[arguments.file_system][0])
     disks.own_mounts()
     print("seed %d" % arguments.seed, flush=True)
-    check = SaveCheck() if arguments.work == "save" else RecordCheck(arguments.worker)
+    check = {"save": SaveCheck, "locations": LocationsCheck,
+             "record": lambda: RecordCheck(arguments.worker)}[arguments.work]()
     with disks.workspace() as folder:
         place = folder + "/place"
         os.mkdir(place)
