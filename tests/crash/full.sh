@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# All that tests/crash can do, in numbers that take about an hour; prints what was tried and what was broken.
+# All that tests/crash can do, in numbers that take an hour or two; prints what was tried and what was broken.
 #   tests/crash/full.sh [BUILD]      BUILD: a build folder that has the tests (default: build/dev)
 # Each script takes its own arguments and prints its seed: see --help of each, and docs/testing-crashes.md.
 set -euo pipefail
@@ -18,7 +18,8 @@ step() {  # COMMAND...
 }
 power() { step "$here/power_loss.py" --worker "$worker" "$@"; }
 
-step "$here/kills.py" --worker "$worker" --command "$FSYS_COMMAND" --kills 2000
+step "$here/kills.py" --worker "$worker" --command "$FSYS_COMMAND" --kills 2001
+step "$here/kills.py" --worker "$worker" --command "$FSYS_COMMAND" --each-call --kills 9
 power --file-system ext4 --states 1000 --steps 150
 power --file-system xfs --states 200 --steps 60
 power --file-system btrfs --states 200 --steps 60

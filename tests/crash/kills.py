@@ -3,13 +3,15 @@
 
     kills.py --worker crash_worker --command fsys [--kills 150] [--kind save|locations|record|all] [--folder DIR]
 
-Of "all" each kind gets a third. Works below --folder, the folder for temporary files unless given. Prints the seed;
+Of "all" each kind gets a third. --each-call kills at each system call of the worker's main thread instead, from its
+first step to its last, of --kills steps. Works below --folder, the folder for temporary files unless given. Prints the seed;
 --seed repeats the moments, as far as the machine does.
 """
 
 import argparse
 import collections
 import contextlib
+import functools
 import json
 import os
 import random
@@ -36,7 +38,9 @@ def expect(truth, text):
 class Victim:
     """One run of a worker that is killed."""
 
-    def __init__(self, command, environment):
+    def __init__(self, command, environment, at_call=None):
+        if at_call:
+            command = ["strace", "-qq", "-o", "/dev/null", "-e", "inject=%s:signal=SIGKILL:when=%d" % at_call, *command]
         # Without buffers: what readline takes too much would be missing at the end.
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment,
                                         bufsize=0)
@@ -53,6 +57,28 @@ class Victim:
             first, err))
         return [line.split(" ") for line in out.decode().splitlines()]
 
+    def run_to_its_end(self):
+        out, err = self.process.communicate(timeout=TIMEOUT_S)
+        expect(self.process.returncode in (0, -signal.SIGKILL) and err == b"", "the worker failed by itself: %r" % err)
+        return [line.split(" ") for line in out.decode().splitlines() if line != "ready"]
+
+
+def calls_of(command, environment):
+    """The system calls of the main thread from where it is ready: of each its name, and how many of that name there
+    have been."""
+    with tempfile.NamedTemporaryFile() as trace:
+        subprocess.run(["strace", "-qq", "-o", trace.name, *command], env=environment, check=True,
+                       stdout=subprocess.DEVNULL)
+        lines = trace.read().decode(errors="replace").splitlines()
+    counts, calls, is_ready = collections.Counter(), [], False
+    for line in lines:
+        name = line.split("(")[0]
+        counts[name] += 1
+        is_ready = is_ready or (name == "write" and "ready" in line)
+        if is_ready and name.isidentifier() and name != "exit_group":
+            calls.append((name, counts[name]))
+    return calls
+
 
 class Kind:
     def __init__(self, arguments, root):
@@ -65,7 +91,17 @@ class Kind:
         self.counts = collections.Counter()
 
     def strike(self, number, seconds):
-        lines = Victim(self.victim(number), self.environment).run_for(seconds)
+        self.judge(Victim(self.victim(number), self.environment).run_for(seconds))
+
+    def strike_at(self, number, call, steps):
+        environment = {**self.environment, "CRASH_COUNT": str(steps)}
+        victim = Victim(self.victim(number), environment, call)
+        lines = victim.run_to_its_end()
+        # What the last death left may have made this run shorter.
+        self.counts["died"] += victim.process.returncode != 0
+        self.judge(lines)
+
+    def judge(self, lines):
         self.counts["steps"] += sum(line[0] == "end" for line in lines)
         self.counts["inside a step"] += bool(lines) and lines[-1][0] != "end"
         self.check(lines)
@@ -252,21 +288,30 @@ KINDS = {"save": Saves, "locations": Locations, "record": Recordings}
 LONGEST_S = {"save": 0.1, "locations": 0.1, "record": 0.3}
 
 
+def moments(kind, victim, arguments, kills, chance, folder):
+    """Of all kills: what to call, and the moment in words."""
+    if arguments.each_call:
+        untouched = KINDS[kind](arguments, os.path.join(folder, kind + "-traced"))
+        for call in calls_of(untouched.victim(0), {**untouched.environment, "CRASH_COUNT": str(kills)}):
+            yield functools.partial(victim.strike_at, call=call, steps=kills), "at %s number %d" % call
+    else:
+        for _ in range(kills):
+            seconds = chance.uniform(0, LONGEST_S[kind])
+            yield functools.partial(victim.strike, seconds=seconds), "after %.4f s" % seconds
+
+
 def kill(kind, kills, arguments, chance, folder):
     victim = KINDS[kind](arguments, os.path.join(folder, kind))
-    broken, started = 0, time.monotonic()
-    for number in range(1, kills + 1):
-        seconds = chance.uniform(0, LONGEST_S[kind])
+    broken, number, started = 0, 0, time.monotonic()
+    for number, (strike, moment) in enumerate(moments(kind, victim, arguments, kills, chance, folder), start=1):
         try:
-            victim.strike(number, seconds)
+            strike(number)
         except Wrong as wrong:
             broken += 1
-            print("  kill %d after %.4f s: %s" % (number, seconds, wrong), file=sys.stderr)
-            if broken == 5 or not arguments.expect_broken:
-                break  # what follows would be judged by a wrong story
-            victim = KINDS[kind](arguments, os.path.join(folder, "%s-%d" % (kind, number)))
-    print("%s: %d kills, %d broken; %s; %.0f s" % (kind, number, broken, ", ".join(
-        "%s %d" % pair for pair in sorted(victim.counts.items())), time.monotonic() - started), flush=True)
+            print("  kill %d %s: %s" % (number, moment, wrong), file=sys.stderr)
+            break  # what follows would be judged by a wrong story
+    print("%s%s: %d kills, %d broken; %s; %.0f s" % (kind, " at each call" if arguments.each_call else "", number, broken,
+        ", ".join("%s %d" % pair for pair in sorted(victim.counts.items())), time.monotonic() - started), flush=True)
     return broken
 
 
@@ -277,10 +322,14 @@ def main():
     parser.add_argument("--kills", type=int, default=150)
     parser.add_argument("--kind", choices=sorted(KINDS) + ["all"], default="all")
     parser.add_argument("--way", choices=("product", "rename", "naive"), default="product", help="of saves")
+    parser.add_argument("--each-call", action="store_true")
     parser.add_argument("--folder", help="on the file system to try")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
     parser.add_argument("--expect-broken", action="store_true", help="fail when nothing is broken")
     arguments = parser.parse_args()
+    if arguments.each_call and not shutil.which("strace"):
+        print("Skipped: strace is not installed")
+        sys.exit(77)
     print("seed %d" % arguments.seed, flush=True)
     chance = random.Random(arguments.seed)
     kinds = sorted(KINDS) if arguments.kind == "all" else [arguments.kind]
