@@ -26,6 +26,17 @@ bool isFolder(const std::string& path)
     return std::filesystem::is_directory(path, error);
 }
 
+// A disk that has gone leaves the folder that it was mounted on, and the platform lets nobody write there.
+// What cannot be written and has media folders is a disk that is read-only now.
+bool isThere(const DriveId& location)
+{
+    const std::string root = rootOf(location) + "/";
+    if (!isFolder(root))
+        return false;
+    return DiskManager::writableVolume(wide(root)) ||
+           isFolder(root + utf8(MediaDrive::getFolder(CookieTypeVision)));
+}
+
 // Roots that somebody has added, each with a separator at its end.
 std::vector<std::string> listedRoots(const std::string& space)
 {
@@ -190,7 +201,7 @@ void MediaWatch::followFolders()
 {
     bool anyChange = false;
     for (auto& [id, location] : locations_) {
-        const bool online = isFolder(rootOf(id) + "/");
+        const bool online = isThere(id);
         anyChange = anyChange || online != location.online;
         location.online = online;
         for (std::size_t i = 0; i < location.folders.size(); ++i)

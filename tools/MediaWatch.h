@@ -23,7 +23,8 @@ public:
     void step();
     // Path that the listeners of the cache are being called for; empty at other times.
     [[nodiscard]] const std::string& currentFile() const { return currentFile_; }
-    // False while the root of the location is missing.
+    // False while the root of the location is missing, or only the folder is there that its disk was mounted
+    // on.
     [[nodiscard]] bool isOnline(const DriveId& location) const;
 
 private:

@@ -220,6 +220,20 @@ class FailingDisk(CommandCase):
         self.check_recordings()
         self.check_usable()
 
+    def test_a_location_that_is_the_root_of_its_disk_goes_and_comes(self):
+        """The folder that is left when the disk goes is not taken for the location."""
+        self.begin_plain("ext4")
+        self.run_command("location", "remove", "1")
+        location = self.json("location", "add", self.place)["id"]
+        self.json("record", "--location", location, "--rate", "20", "--seconds", "0.2")
+        heard = self.watch()
+        disks.unmount(self.place, disks.MNT_DETACH)
+        self.hear_online(heard, False)
+        self.assertEqual(os.listdir(self.place), [])
+        self.mount()
+        self.hear_online(heard, True)
+        self.check_usable()
+
     def test_a_read_only_disk_refuses_and_is_read(self):
         self.begin_plain("ext4")
         clip = self.json("record", "--location", "1", "--rate", "20", "--seconds", "0.5")["streams"][0]
