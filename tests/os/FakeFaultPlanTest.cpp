@@ -1,6 +1,8 @@
 #include "os/testing/FaultPlan.h"
 
+#include "os/Codes.h"
 #include "os/LastError.h"
+#include "os/testing/FakeOS.h"
 
 #include <cerrno>
 
@@ -74,10 +76,90 @@ TEST(FakeFaultPlan, CodeZeroStandsForTheUsualError)
     EXPECT_EQ(plan.check(Op::allocatePages)->code, errorFromErrno(ENOMEM));
 }
 
+TEST(FakeFaultPlan, CallsAreCountedWhetherOrNotTheyMeetAFault)
+{
+    fake::FaultPlan plan;
+    plan.failNth(Op::open, 2, 1);
+    for (int i = 0; i < 3; ++i)
+        static_cast<void>(plan.check(Op::open));
+    EXPECT_EQ(plan.asked(Op::open), 3U);
+    plan.forgetCalls();
+    EXPECT_EQ(plan.asked(Op::open), 0U);
+}
+
+TEST(FakeFaultPlan, DelaysAndDropsOfTransfersAreMetWhenTheyAreAccepted)
+{
+    fake::FaultPlan plan;
+    fake::Fault fault;
+    fault.op = Op::completion;
+    fault.effect = fake::Effect::drop;
+    plan.add(fault);
+    EXPECT_FALSE(plan.check(Op::completion));
+    EXPECT_TRUE(plan.checkAccepted(L"/a"));
+    plan.failNext(Op::completion, 1);
+    EXPECT_FALSE(plan.checkAccepted(L"/a"));
+    EXPECT_TRUE(plan.check(Op::completion));
+    EXPECT_EQ(plan.asked(Op::completion), 2U);
+}
+
+TEST(FakeFaultPlan, ADelayPassesOnThePlatformsClockAndTheCallIsCarriedOut)
+{
+    FakeOS os;
+    os.files().addFile(L"/a", "abc");
+    fake::Fault fault;
+    fault.op = Op::getFileSize;
+    fault.effect = fake::Effect::delay;
+    fault.delayMs = 700;
+    os.faults().add(fault);
+    const double before = os.clock().msecsPrecise();
+    EXPECT_EQ(os.files().getFileSize(L"/a"), 3U);
+    EXPECT_EQ(os.clock().msecsPrecise() - before, 700);
+}
+
+TEST(FakeFaultPlan, QuestionsThatCannotBeAnsweredFindNothing)
+{
+    FakeOS os;
+    os.files().addDrive(L"/m/");
+    os.files().addFile(L"/m/a", "abc");
+    for (const Op op : {Op::getFileSize, Op::fileExists, Op::directoryExists, Op::isWritable,
+                        Op::getDriveForPath, Op::listDisks})
+        os.faults().failNext(op, errorFromErrno(ETIMEDOUT));
+    EXPECT_EQ(os.files().getFileSize(L"/m/a"), 0U);
+    EXPECT_EQ(lastError(), errorFromErrno(ETIMEDOUT));
+    EXPECT_FALSE(os.files().fileExists(L"/m/a"));
+    EXPECT_FALSE(os.files().directoryExists(L"/m"));
+    EXPECT_FALSE(os.files().isWritable(L"/m"));
+    EXPECT_FALSE(os.files().getDriveForPath(L"/m/a"));
+    EXPECT_TRUE(os.files().listDisks(1).empty());
+    EXPECT_TRUE(os.files().fileExists(L"/m/a"));
+}
+
+TEST(FakeFaultPlan, AReadThatIsCutShortEndsWellAndAWriteFailsThere)
+{
+    FakeOS os;
+    os.files().addFile(L"/a", "abcdef");
+    const Qz::Ptr<iFile> file =
+        os.files().open(L"/a", os::accessReadWrite, os::creationOpen, os::shareAll, os::modePlain);
+    fake::Fault fault;
+    fault.effect = fake::Effect::shorten;
+    fault.bytes = 2;
+    for (const Op op : {Op::read, Op::write}) {
+        fault.op = op;
+        os.faults().add(fault);
+    }
+    char bytes[] = "123456";
+    std::size_t done = 0;
+    EXPECT_TRUE(file->read(0, bytes, 6, &done));
+    EXPECT_EQ(done, 2U);
+    EXPECT_FALSE(file->write(0, "ABCDEF", 6, &done));
+    EXPECT_EQ(done, 2U);
+    EXPECT_EQ(os.files().contents(L"/a"), "ABcdef");
+}
+
 TEST(FakeFaultPlanDeathTest, AFaultThatCannotFireStopsTheTest)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(fake::FaultPlan().failNext(Op::getFileSize, 1), "cannot fail");
+    EXPECT_DEATH(fake::FaultPlan().failNext(Op::sleep, 1), "cannot fail");
 }
 
 }  // namespace

@@ -25,7 +25,10 @@ double steadyMs() { return Milliseconds(std::chrono::steady_clock::now().time_si
 
 // --- time
 
-double FakeClock::nowLocked() const { return realBaseMs_ ? nowMs_ + (steadyMs() - *realBaseMs_) : nowMs_; }
+double FakeClock::nowLocked() const
+{
+    return realBaseMs_ ? nowMs_ + (steadyMs() - *realBaseMs_) * speed_ : nowMs_;
+}
 
 std::uint32_t FakeClock::msecs()
 {
@@ -46,10 +49,12 @@ void FakeClock::setNow(double ms)
         realBaseMs_ = steadyMs();
 }
 
-void FakeClock::useRealTime()
+void FakeClock::useRealTime(double speed)
 {
     const Lock lock(mutex_);
+    nowMs_ = nowLocked();
     realBaseMs_ = steadyMs();
+    speed_ = speed;
 }
 
 void FakeClock::driveFromThisThread()
@@ -229,7 +234,7 @@ void FakeClock::waitForOthers(Lock& lock, const Ready& ready)
 void FakeClock::waitReally(Lock& lock, Limit deadlineMs)
 {
     if (deadlineMs)
-        changed_.wait_for(lock, Milliseconds(std::max(0.0, *deadlineMs - nowLocked())));
+        changed_.wait_for(lock, Milliseconds(std::max(0.0, (*deadlineMs - nowLocked()) / speed_)));
     else
         changed_.wait(lock);
 }

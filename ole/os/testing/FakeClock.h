@@ -64,7 +64,8 @@ public:
     void after(double delayMs, std::function<void()> action);
     // Planned actions that have not run.
     [[nodiscard]] std::size_t planned() const;
-    void useRealTime();
+    // A clock that runs faster shortens all waits and sleeps by that factor.
+    void useRealTime(double speed = 1);
     // Makes the calling thread the driving one.
     void driveFromThisThread();
 
@@ -125,6 +126,7 @@ private:
     std::thread::id driver_ = std::this_thread::get_id();
     double nowMs_ = 1000000;            // virtual time, or the value at which real time began
     std::optional<double> realBaseMs_;  // steady clock at that moment; set: real time
+    double speed_ = 1;                  // of real time
     std::multimap<double, std::function<void()>> actions_;
     std::function<bool()> idleHandler_;
     std::atomic<bool> realThreads_{false};

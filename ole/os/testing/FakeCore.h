@@ -21,4 +21,14 @@ struct FakeCore
     FakeClock clock{log};
     FakeTransfers transfers{*this};
     FakePorts ports;
+
+    // The fault that makes this call fail or stop short; a delay has passed on return.
+    [[nodiscard]] std::optional<fake::Fault> fault(fake::Op op, const LightweightString<wchar_t>& path = {})
+    {
+        std::optional<fake::Fault> met = faults.check(op, path);
+        if (!met || met->effect != fake::Effect::delay)
+            return met;
+        clock.sleep(met->delayMs);
+        return {};
+    }
 };

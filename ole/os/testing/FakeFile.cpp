@@ -71,13 +71,14 @@ bool FakeFile::read(std::uint64_t position, void* buffer, std::size_t count, std
     std::size_t moved = 0;
     unsigned code = checkRange(*file_, position);
     if (code == 0) {
-        const auto fault = core_->faults.check(Op::read, file_->path);
+        const auto fault = core_->fault(Op::read, file_->path);
         {
             const Guard guard(file_->node->mutex);
             moved = file_->node->bytes.read(position, buffer, fault ? std::min(fault->bytes, count) : count);
         }
         // The end of the file is a failure that has no errno.
-        code = fault ? fault->code : moved == 0 && count != 0 ? errorFromErrno(0) : 0;
+        const bool fails = fault && fault->effect == fake::Effect::fail;
+        code = fails ? fault->code : moved == 0 && count != 0 ? errorFromErrno(0) : 0;
     }
     if (done)
         *done = moved;
@@ -96,7 +97,7 @@ bool FakeFile::write(std::uint64_t position, const void* buffer, std::size_t cou
     std::size_t moved = 0;
     unsigned code = checkWrite(*file_, position, count);
     if (code == 0) {
-        const auto fault = core_->faults.check(Op::write, file_->path);
+        const auto fault = core_->fault(Op::write, file_->path);
         moved = fault ? std::min(fault->bytes, count) : count;
         code = fault ? fault->code : 0;
         const double nowMs = core_->clock.msecsPrecise();
@@ -121,7 +122,7 @@ bool FakeFile::getInfo(FILE_INFO* info)
     fake::Call call = callOn(*file_, Op::getInfo);
     call.code = checkRange(*file_, 0);
     if (call.code == 0)
-        if (const auto fault = core_->faults.check(Op::getInfo, file_->path))
+        if (const auto fault = core_->fault(Op::getInfo, file_->path))
             call.code = fault->code;
     if (call.code == 0) {
         const Guard guard(file_->node->mutex);
@@ -138,6 +139,9 @@ std::uint64_t FakeFile::getSize()
 {
     fake::Call call = callOn(*file_, Op::getSize);
     call.code = checkRange(*file_, 0);
+    if (call.code == 0)
+        if (const auto fault = core_->fault(Op::getSize, file_->path))
+            call.code = fault->code;
     core_->log.add(call);
     if (call.code != 0) {
         setLastError(call.code);
@@ -153,7 +157,7 @@ bool FakeFile::act(fake::Call call, unsigned access, const std::function<int(fak
     if (call.code == 0 && (file_->access & access) != access)
         call.code = errorFromErrno(EINVAL);
     if (call.code == 0) {
-        if (const auto fault = core_->faults.check(call.op, file_->path)) {
+        if (const auto fault = core_->fault(call.op, file_->path)) {
             call.code = fault->code;
         } else {
             const Guard guard(file_->node->mutex);
@@ -237,7 +241,7 @@ bool FakeFile::startTransfer(bool isRead, std::uint64_t position, void* readBuff
     if (code == 0 && !transfer->port)
         code = errorFromErrno(ENOTCONN);
     if (code == 0)
-        if (const auto fault = core_->faults.check(op, file_->path))
+        if (const auto fault = core_->fault(op, file_->path))
             code = fault->code;
     if (code == 0) {
         transfer->file = file_;

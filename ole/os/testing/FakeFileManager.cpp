@@ -64,12 +64,25 @@ void FakeFileManager::note(Op op, const Path& path)
     core_->log.add(call);
 }
 
+bool FakeFileManager::canTell(Op op, const Path& path)
+{
+    fake::Call call;
+    call.op = op;
+    call.path = path;
+    if (const auto fault = core_->fault(op, path))
+        call.code = fault->code;
+    core_->log.add(call);
+    if (call.code != 0)
+        setLastError(call.code);
+    return call.code == 0;
+}
+
 bool FakeFileManager::act(Op op, const Path& path, const std::function<int()>& action)
 {
     fake::Call call;
     call.op = op;
     call.path = path;
-    if (const auto fault = core_->faults.check(op, path))
+    if (const auto fault = core_->fault(op, path))
         call.code = fault->code;
     else if (const int error = action())
         call.code = errorFromErrno(error);
@@ -124,7 +137,7 @@ Qz::Ptr<iFile> FakeFileManager::open(const Path& path, unsigned access, unsigned
     call.share = share;
     call.mode = mode;
     Qz::Ptr<iFile> handle;
-    if (const auto fault = core_->faults.check(Op::open, path)) {
+    if (const auto fault = core_->fault(Op::open, path)) {
         call.code = fault->code;
         if (fault->closedHandle)
             handle = makeHandle(path, access, mode, nullptr);
@@ -145,22 +158,18 @@ Qz::Ptr<iFile> FakeFileManager::open(const Path& path, unsigned access, unsigned
 
 bool FakeFileManager::isOpenedDirectly(const Path& path)
 {
-    note(Op::isOpenedDirectly, path);
+    if (!canTell(Op::isOpenedDirectly, path))
+        return false;
     const std::shared_ptr<Node> node = core_->tree.find(path.view());
     return node && node->kind == Node::Kind::direct;
 }
 
 std::uint64_t FakeFileManager::getFileSize(const Path& path)
 {
-    note(Op::getFileSize, path);
-    return size(path);
+    return canTell(Op::getFileSize, path) ? size(path) : 0;
 }
 
-bool FakeFileManager::fileExists(const Path& path)
-{
-    note(Op::fileExists, path);
-    return has(path);
-}
+bool FakeFileManager::fileExists(const Path& path) { return canTell(Op::fileExists, path) && has(path); }
 
 bool FakeFileManager::deleteFile(const Path& path)
 {
@@ -203,8 +212,7 @@ bool FakeFileManager::replaceFile(const Path& path, const std::string& contents)
 
 bool FakeFileManager::directoryExists(const Path& path)
 {
-    note(Op::directoryExists, path);
-    return hasFolder(path);
+    return canTell(Op::directoryExists, path) && hasFolder(path);
 }
 
 bool FakeFileManager::createDirectory(const Path& path)
@@ -217,8 +225,7 @@ bool FakeFileManager::createDirectory(const Path& path)
 
 bool FakeFileManager::isWritable(const Path& path)
 {
-    note(Op::isWritable, path);
-    return core_->tree.isWritable(path.view());
+    return canTell(Op::isWritable, path) && core_->tree.isWritable(path.view());
 }
 
 bool FakeFileManager::list(Op op, const Path& logged, const Path& folder, std::vector<DirectoryItem>& items,

@@ -114,6 +114,8 @@ private:
     bool list(fake::Op op, const Path& logged, const Path& folder, std::vector<DirectoryItem>& items,
               const std::function<bool(std::wstring_view)>& wanted);
     void note(fake::Op op, const Path& path = {});
+    // Logs a question; false when the platform cannot find the answer.
+    [[nodiscard]] bool canTell(fake::Op op, const Path& path = {});
     [[nodiscard]] bool holdsDriveRoot(const Path& path) const;
 
     std::shared_ptr<FakeCore> core_;

@@ -56,7 +56,8 @@ wchar_t FakeFileManager::getPathSeparator() const
 
 Path FakeFileManager::resolvePath(const Path& path)
 {
-    noteName(*core_, Op::resolvePath, path);
+    if (!canTell(Op::resolvePath, path))
+        return path;
     const std::wstring resolved = core_->tree.resolve(path.view());
     return resolved.empty() ? path : Path(resolved);
 }
@@ -69,7 +70,8 @@ bool FakeFileManager::hasDirectoryPart(const Path& path) const
 
 Path FakeFileManager::getUNCName(const Path& path)
 {
-    noteName(*core_, Op::getUNCName, path);
+    if (!canTell(Op::getUNCName, path))
+        return {};
     const Guard guard(mutex_);
     std::wstring_view folder;
     Path unc;
@@ -103,7 +105,8 @@ LightweightString<wchar_t> FakeFileManager::getMachineName()
 
 Qz::Ptr<iDiskDrive> FakeFileManager::getDriveForPath(const Path& path)
 {
-    noteName(*core_, Op::getDriveForPath, path);
+    if (!canTell(Op::getDriveForPath, path))
+        return {};
     const Guard guard(mutex_);
     Qz::Ptr<FakeDrive> best;
     std::size_t bestSize = 0;
@@ -119,7 +122,8 @@ Qz::Ptr<iDiskDrive> FakeFileManager::getDriveForPath(const Path& path)
 
 std::vector<Qz::Ptr<iDiskDrive>> FakeFileManager::listDisks(unsigned flag)
 {
-    noteName(*core_, Op::listDisks, Path(std::to_wstring(flag)));
+    if (!canTell(Op::listDisks, Path(std::to_wstring(flag))))
+        return {};
     const Guard guard(mutex_);
     return {drives_.begin(), drives_.end()};
 }

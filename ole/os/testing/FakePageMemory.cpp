@@ -50,7 +50,7 @@ FakePageMemory::~FakePageMemory()
 void* FakePageMemory::allocate(void* address, std::size_t size, unsigned type, unsigned protection)
 {
     unsigned code = 0;
-    if (const auto fault = core_->faults.check(fake::Op::allocatePages))
+    if (const auto fault = core_->fault(fake::Op::allocatePages))
         code = fault->code;
     else if (type != os::pagesReserveCommit || protection != os::pagesReadWrite || size == 0)
         code = errorFromErrno(EINVAL);

@@ -36,7 +36,7 @@ public:
         call.op = Op::attach;
         call.path = handle ? handle->state().path : LightweightString<wchar_t>();
         call.handle = handle ? handle->state().handle : 0;
-        const auto fault = core_->faults.check(Op::attach, call.path);
+        const auto fault = core_->fault(Op::attach, call.path);
         const bool attached =
             !fault && handle && !core_->transfers.refuses(*state_) && handle->attachTo(state_);
         call.code = fault ? fault->code : attached ? 0 : errorFromErrno(EINVAL);
@@ -59,6 +59,15 @@ Qz::Ptr<iCompletionPort> FakePorts::create(const std::shared_ptr<FakeCore>& core
                                            const IOCompletionCommand& command, int minThreads, int maxThreads,
                                            int concurrency, int priority)
 {
+    fake::Call call;
+    call.op = Op::createPort;
+    call.path = fromUTF8(name ? name : "");
+    if (const auto fault = core->fault(Op::createPort, call.path)) {
+        call.code = fault->code;
+        core->log.add(call);
+        setLastError(call.code);
+        return {};
+    }
     auto record = std::make_shared<fake::SharedPortRecord>();
     record->record = {name ? name : "", minThreads, maxThreads, concurrency, priority, true, 0};
     auto state = std::make_shared<fake::PortState>(core, record, command);
@@ -68,9 +77,6 @@ Qz::Ptr<iCompletionPort> FakePorts::create(const std::shared_ptr<FakeCore>& core
         ports_.push_back(state);
         records_.push_back(record);
     }
-    fake::Call call;
-    call.op = Op::createPort;
-    call.path = fromUTF8(state->name());
     core->log.add(call);
     return Qz::Ptr<iCompletionPort>(new FakeCompletionPort(core, state));
 }

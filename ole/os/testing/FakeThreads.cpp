@@ -96,7 +96,7 @@ unsigned FakeThreads::createThread(Body body, const char* name, unsigned stackSi
                                    int priority, unsigned flags)
 {
     const std::string text = name ? name : "";
-    if (const auto fault = core_->faults.check(fake::Op::createThread, fromUTF8(text))) {
+    if (const auto fault = core_->fault(fake::Op::createThread, fromUTF8(text))) {
         setLastError(fault->code);
         note(*core_, fake::Op::createThread, text, 0, fault->code);
         return 0;

@@ -50,14 +50,14 @@ std::size_t writeFrom(const fake::Transfer& transfer, double nowMs)
 {
     // Copied as a whole, also when nothing of it will be kept: a sanitizer shall see the whole buffer.
     const std::string data(static_cast<const char*>(transfer.writeBuffer), transfer.view.length);
-    if (transfer.outcome.error != 0)
-        return 0;
     const std::size_t moved = std::min(data.size(), transfer.outcome.bytes);
+    if (transfer.outcome.error != 0 && moved == 0)
+        return 0;
     fake::Node& node = *transfer.file->node;
     const Lock lock(node.mutex);
     node.bytes.write(transfer.view.position, data.data(), moved);
     node.modifiedNs = static_cast<std::int64_t>(nowMs * 1e6);
-    return moved;
+    return transfer.outcome.error == 0 ? moved : 0;
 }
 
 std::size_t countOf(const std::vector<std::shared_ptr<fake::Transfer>>& transfers,
@@ -212,9 +212,14 @@ bool FakeTransfers::accept(const std::shared_ptr<fake::Transfer>& transfer)
         transfer->view.number = ++accepted_;
         transfer->view.port = transfer->port->name();
         transfer->automatic = automatic_;
+        if (automatic_)
+            if (const auto fault = core_.faults.checkAccepted(transfer->view.path)) {
+                transfer->automatic = fault->effect != fake::Effect::drop;
+                transfer->delayMs = fault->delayMs;
+            }
         // Before it can be ended, so that the log tells start and end in this order.
         core_.log.add(callOf(*transfer, transfer->view.isRead ? Op::asyncRead : Op::asyncWrite));
-        (automatic_ ? running_ : held_).push_back(transfer);
+        (transfer->automatic ? running_ : held_).push_back(transfer);
         changed_.notify_all();
     }
     if (transfer->automatic)
@@ -225,12 +230,18 @@ bool FakeTransfers::accept(const std::shared_ptr<fake::Transfer>& transfer)
 void FakeTransfers::deliver(const std::shared_ptr<fake::Transfer>& transfer)
 {
     FakeClock::markWorker(transfer->automatic);
+    if (transfer->delayMs != 0)
+        core_.clock.sleep(transfer->delayMs);
     const auto fault = core_.faults.check(Op::completion, transfer->view.path);
-    if (transfer->outcome.error == 0 && fault)
-        transfer->outcome.error = fault->code;
+    if (transfer->outcome.error == 0 && fault) {
+        transfer->outcome.bytes = std::min(transfer->outcome.bytes, fault->bytes);
+        // No platform tells of a write that moved less as a success.
+        if (fault->effect == fake::Effect::fail || !transfer->view.isRead)
+            transfer->outcome.error = fault->code;
+    }
     if (transfer->outcome.error == 0 && !transfer->view.isRead &&
         (transfer->file->access & os::accessWrite) == 0)
-        transfer->outcome.error = errorFromErrno(EBADF);
+        transfer->outcome = {errorFromErrno(EBADF), 0};
     const std::size_t moved =
         transfer->view.isRead ? readInto(*transfer) : writeFrom(*transfer, core_.clock.msecsPrecise());
 

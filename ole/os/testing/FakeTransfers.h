@@ -26,8 +26,8 @@ struct Outcome
 {
     static constexpr std::size_t allBytes = std::numeric_limits<std::size_t>::max();
 
-    unsigned error = 0;            // not 0: it fails with this last error and 0 bytes
-    std::size_t bytes = allBytes;  // at most so many are moved
+    unsigned error = 0;            // not 0: it fails with this last error and tells of 0 bytes
+    std::size_t bytes = allBytes;  // at most so many are moved; a read that fails brings none
 };
 
 // An accepted transfer as a test sees it.
@@ -55,6 +55,7 @@ struct Transfer
     const void* writeBuffer = nullptr;
     Outcome outcome;
     bool automatic = false;  // its end needs nothing from the driving thread
+    unsigned delayMs = 0;    // by which an automatic one ends late
 };
 
 }  // namespace fake
@@ -62,7 +63,8 @@ struct Transfer
 // FakeTransfers: the asynchronous transfers of the fake platform. The test plays the device.
 //
 // Held (the default): an accepted transfer waits in a list, in order of acceptance, until the test ends it.
-// Automatic: it ends at once, well, on a port thread.
+// Automatic: it ends at once, well, on a port thread. The FaultPlan may delay its end, or drop it: it is held
+// then.
 //
 // The end of a transfer happens on a thread of its port: the bytes are moved between buffer and file (the
 // contents at that moment), the thread's last error is set for a failure, and the port's command is executed.

@@ -7,40 +7,45 @@
 #include <numeric>
 
 namespace fake {
-namespace {
 
 bool canFail(Op op)
 {
     switch (op) {
-    case Op::open:
-    case Op::read:
-    case Op::write:
-    case Op::getInfo:
-    case Op::flush:
-    case Op::setSize:
-    case Op::getWrittenSize:
-    case Op::claim:
-    case Op::asyncRead:
-    case Op::asyncWrite:
-    case Op::completion:
-    case Op::deleteFile:
-    case Op::renameFile:
-    case Op::readWholeFile:
-    case Op::replaceFile:
-    case Op::createDirectory:
-    case Op::listDirectory:
-    case Op::listFilesWithPrefix:
-    case Op::deleteTree:
-    case Op::attach:
-    case Op::createThread:
-    case Op::allocatePages:
-        return true;
-    default:
+    case Op::close:
+    case Op::hasDirectoryPart:
+    case Op::listShares:
+    case Op::getMachineName:
+    case Op::reportError:
+    case Op::registerForRemoval:
+    case Op::createAsyncContext:
+    case Op::createEvent:
+    case Op::setEvent:
+    case Op::resetEvent:
+    case Op::waitEvent:
+    case Op::endThread:
+    case Op::shutDownPort:
+    case Op::releasePages:
+    case Op::sleep:
         return false;
+    default:
+        return true;
     }
 }
 
-}  // namespace
+const char* nameOf(Effect effect)
+{
+    switch (effect) {
+    case Effect::fail:
+        return "fails";
+    case Effect::shorten:
+        return "is cut short";
+    case Effect::delay:
+        return "is late";
+    case Effect::drop:
+        break;
+    }
+    return "is dropped";
+}
 
 void FaultPlan::add(const Fault& fault)
 {
@@ -70,13 +75,40 @@ unsigned FaultPlan::fired(Op op) const
     return fired_[static_cast<std::size_t>(op)];
 }
 
-std::optional<Fault> FaultPlan::check(Op op, const LightweightString<wchar_t>& path)
+unsigned FaultPlan::asked(Op op) const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
+    return asked_[static_cast<std::size_t>(op)];
+}
+
+void FaultPlan::forgetCalls()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    asked_.fill(0);
+}
+
+std::optional<Fault> FaultPlan::check(Op op, const LightweightString<wchar_t>& path)
+{
+    if (op != Op::completion)
+        return meet(op, path, [](Effect) { return true; });
+    return meet(op, path, [](Effect effect) { return effect == Effect::fail || effect == Effect::shorten; });
+}
+
+std::optional<Fault> FaultPlan::checkAccepted(const LightweightString<wchar_t>& path)
+{
+    return meet(Op::completion, path,
+                [](Effect effect) { return effect == Effect::delay || effect == Effect::drop; });
+}
+
+std::optional<Fault> FaultPlan::meet(Op op, const LightweightString<wchar_t>& path, IsMet isMet)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (isMet(Effect::fail))
+        ++asked_[static_cast<std::size_t>(op)];
     std::optional<Fault> met;
     // Every fault counts every call, so that "the 2nd" means the same whatever else is planned.
     for (Fault& fault : faults_) {
-        if (fault.op != op || (!fault.path.empty() && fault.path != path))
+        if (fault.op != op || !isMet(fault.effect) || (!fault.path.empty() && fault.path != path))
             continue;
         if (fault.first > 1) {
             --fault.first;
