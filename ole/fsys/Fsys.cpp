@@ -9,6 +9,7 @@
 #include "fsys/FsysPoll.h"
 #include "fsys/IOCompletionReceiver.h"
 #include "os/Codes.h"
+#include "os/LastError.h"
 #include "os/OS.h"
 #include "support/Log.h"
 
@@ -83,8 +84,13 @@ unsigned Fsys::OpenFile(FsysFile** file, const LightweightString<wchar_t>& path,
     const unsigned driveType = drive ? drive->getType() : iDiskDrive::eNetwork;
     const bool writes = (flags & fsysOpenWrite) != 0;
 
+    // Nobody would ever start the requests of such a file, and synchronous callers wait without limit.
+    if (!pollFor(writes)->ensureThread())
+        return failOpen(file, nullptr, lastError());
+
     FsysFile* opened = nullptr;
-    if (files->isOpenedDirectly(path)) {
+    const bool isDirect = files->isOpenedDirectly(path);
+    if (isDirect) {
         opened = openDirectly(path, coalesceLength, flags, sectorSize);
         if (!opened)
             return 0;
@@ -94,11 +100,23 @@ unsigned Fsys::OpenFile(FsysFile** file, const LightweightString<wchar_t>& path,
             *file = nullptr;
             return 0;
         }
-        attachToPort(opened, writes);
     }
+    if (writes && !opened->goToEnd())
+        return failOpen(file, opened, lastError());
+    if (!isDirect)
+        attachToPort(opened, writes);
     enlist(opened, writes);
     *file = opened;
     return 1;
+}
+
+unsigned Fsys::failOpen(FsysFile** file, FsysFile* opened, unsigned code)
+{
+    if (opened)
+        FsysFile::release(opened);
+    *file = nullptr;
+    FsysError = code;
+    return 0;
 }
 
 FsysFile* Fsys::openDirectly(const LightweightString<wchar_t>& path, unsigned coalesceLength, unsigned flags,
@@ -145,12 +163,8 @@ void Fsys::attachToPort(FsysFile* file, bool writes)
 
 void Fsys::enlist(FsysFile* file, bool writes)
 {
-    if (writes) {
-        FILE_INFO info;
-        file->LowLevelGetInfo(&info);
-        file->position_ = info.size;  // writes append
+    if (writes)
         file->AllocWriteCache();
-    }
     const std::lock_guard<CriticalSection> hold(writes ? writeFilesLock : readFilesLock);
     (writes ? writeFiles : readFiles).add(file);
 }

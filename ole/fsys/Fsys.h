@@ -58,6 +58,8 @@ private:
                            unsigned sectorSize);
     FsysFile* openPath(const LightweightString<wchar_t>& path, unsigned coalesceLength, unsigned flags,
                        unsigned sectorSize, unsigned driveType);
+    // What a failed open leaves behind; 0.
+    static unsigned failOpen(FsysFile** file, FsysFile* opened, unsigned code);
     void attachToPort(FsysFile* file, bool writes);
     void enlist(FsysFile* file, bool writes);
     void closeListed(Vector<FsysFile*>& files, CriticalSection& lock);

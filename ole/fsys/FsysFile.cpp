@@ -1,5 +1,6 @@
 #include "fsys/FsysFile.h"
 
+#include "Qz/Utf8.h"
 #include "fsys/EngineConfig.h"
 #include "fsys/FsysFlags.h"
 #include "fsys/FsysPoll.h"
@@ -7,6 +8,10 @@
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
+#include "support/Log.h"
+
+#include <cerrno>
+#include <limits>
 
 namespace {
 
@@ -89,10 +94,31 @@ unsigned FsysFile::LowLevelOpen(const LightweightString<wchar_t>& path, unsigned
     if (!isUsable(syncHandle_))
         return lastError();
     LightweightString<wchar_t> target = path;
-    MaterialLink::getLinkedFilename(path, target);
+    const bool isLink = MaterialLink::getLinkedFilename(path, target);
+    // A platform that could not tell the size a moment ago makes a link look like media: its requests would
+    // read and write the link file itself.
+    if (!isLink && target == path)
+        if (const unsigned result = checkThatIsNoLink(); result != 1)
+            return result;
     asyncHandle_ =
         files->open(target, flags, creation, os::shareAll, asyncOpenMode(flags, type_, onNetworkDrive));
     return isUsable(asyncHandle_) ? 1 : lastError();
+}
+
+// 1, or why the file must not be opened as media.
+unsigned FsysFile::checkThatIsNoLink() const
+{
+    FILE_INFO info;
+    if (!syncHandle_->getInfo(&info))
+        return lastError();
+    if (info.size != MaterialLink::linkFileSize)
+        return 1;
+    // The handle may be for writing only.
+    const Qz::Ptr<iFile> reader =
+        OS()->getFileManager()->open(path_, os::accessRead, os::creationOpen, os::shareAll, os::modePlain);
+    if (!isUsable(reader))
+        return lastError();
+    return MaterialLink::isLink(*reader) ? errorFromErrno(EAGAIN) : 1;
 }
 
 unsigned FsysFile::LowLevelClose()
@@ -119,6 +145,19 @@ unsigned FsysFile::LowLevelGetInfo(FILE_INFO* info)
     return 1;
 }
 
+bool FsysFile::goToEnd()
+{
+    constexpr std::uint64_t unknown = std::numeric_limits<std::uint64_t>::max();
+    FILE_INFO info;
+    info.size = unknown;
+    LowLevelGetInfo(&info);
+    // Writes from the start would destroy what the file holds.
+    if (info.size == unknown)
+        return false;
+    position_ = info.size;
+    return true;
+}
+
 bool FsysFile::SetUpIoCompletionNotify(CompletionPortHandler* port)
 {
     return asyncHandle_ && port->attach(asyncHandle_);
@@ -132,11 +171,24 @@ unsigned FsysFile::Read(void* buffer, unsigned bytes)
     return result;
 }
 
+// Callers were told long ago that these bytes are written, so the log is all that is left to tell.
+void FsysFile::writeGathered(unsigned bytes)
+{
+    if (const unsigned result = LowLevelWrite(writeCache_->getBuffer(), bytes); result != 1)
+        tellLoss(position_, bytes, result);
+}
+
+void FsysFile::tellLoss(std::uint64_t position, unsigned bytes, unsigned code) const
+{
+    Log("fsys: %s: %u bytes at %llu were not written (%s)\n", toUTF8(path_).c_str(), bytes,
+        static_cast<unsigned long long>(position), errorText(code).c_str());
+}
+
 unsigned FsysFile::Write(const void* buffer, unsigned bytes)
 {
     if (const unsigned cached = gathered(); cached != 0) {
         position_ = writeCacheStart_;
-        LowLevelWrite(writeCache_->getBuffer(), cached);
+        writeGathered(cached);
         position_ += cached;
         emptyCache();
     }
@@ -152,7 +204,7 @@ unsigned FsysFile::Seek(long offset, SEEK_TYPE type)
         // Unlike Write, the flush leaves the position where it was.
         const std::uint64_t before = position_;
         position_ = writeCacheStart_;
-        LowLevelWrite(writeCache_->getBuffer(), cached);
+        writeGathered(cached);
         emptyCache();
         position_ = before;
     }

@@ -152,6 +152,8 @@ public:
 
     // --- write cache and drain, for the engine
 
+    // Puts the position at the end of the file, for writes append; false when that cannot be told.
+    [[nodiscard]] FSYS_LOCAL bool goToEnd();
     FSYS_LOCAL void AllocWriteCache();
     FSYS_LOCAL void FreeWriteCache();
     // Writes out what is gathered, twice, and waits up to 4 seconds for outstanding writes.
@@ -162,6 +164,9 @@ public:
     FSYS_LOCAL unsigned SendWriteSegBuffer();
     // Destroys all read requests; 1.
     FSYS_LOCAL unsigned ClearMemoryRefs();
+
+    // Logs that bytes which somebody counts as written are not.
+    FSYS_LOCAL void tellLoss(std::uint64_t position, unsigned bytes, unsigned code) const;
 
     // --- plain accessors, for the engine
 
@@ -227,6 +232,9 @@ private:
     // Write cache: how much is gathered, and writing it at the place where it began.
     [[nodiscard]] FSYS_LOCAL unsigned gathered() const;
     FSYS_LOCAL void emptyCache();
+    // Writes so many gathered bytes at the position; a failure goes to the log.
+    FSYS_LOCAL void writeGathered(unsigned bytes);
+    [[nodiscard]] FSYS_LOCAL unsigned checkThatIsNoLink() const;
     FSYS_LOCAL unsigned queueWithRetries(FileRequest* request);
     FSYS_LOCAL unsigned writeDirectly(Qz::Ptr<iMemHolder>& data, bool coalescable, FsysCompletionFunction fn,
                                       Qz::Ptr<iObject>& context, bool synchronous);

@@ -57,7 +57,8 @@ void FsysFile::WaitForDrain()
         // Deliberate: Write finds the cache still filled and writes it first, so the bytes land twice, the
         // second time right behind the first.
         position_ = writeCacheStart_;
-        Write(writeCache_->getBuffer(), bytes);
+        if (const unsigned result = Write(writeCache_->getBuffer(), bytes); result != 1)
+            tellLoss(position_, bytes, result);
         emptyCache();
     }
     if (writeBytesOutstanding_ != 0 && !writesDrained_->wait(drainTimeoutMs))

@@ -17,9 +17,17 @@ FsysPoll::FsysPoll(Vector<FsysFile*>* files, CriticalSection* lock, bool reads, 
       spareDelay_(spareDelay),
       reads_(reads)
 {
-    thread_ = co_create(StartPolling, "fsys poll", 0, this, 1, 0);
+    static_cast<void>(ensureThread());
+}
+
+bool FsysPoll::ensureThread()
+{
+    const std::lock_guard<std::mutex> hold(startGuard_);
     if (thread_ == 0)
-        Log("fsys: the %s poll thread could not be started\n", reads ? "read" : "write");
+        thread_ = co_create(StartPolling, "fsys poll", 0, this, 1, 0);
+    if (thread_ == 0)
+        Log("fsys: the %s poll thread could not be started\n", reads_ ? "read" : "write");
+    return thread_ != 0;
 }
 
 FsysPoll::~FsysPoll()

@@ -7,6 +7,7 @@
 #include "os/iThreadEvent.h"
 
 #include <atomic>
+#include <mutex>
 
 class FsysFile;
 
@@ -28,6 +29,8 @@ public:
     FsysPoll(const FsysPoll&) = delete;
     FsysPoll& operator=(const FsysPoll&) = delete;
 
+    // Starts the thread if that has failed so far; false when it fails again.
+    [[nodiscard]] bool ensureThread();
     // Wakes the thread, or makes its next wait return at once.
     void Kick();
     // One pass over all files, in list order; 1.
@@ -46,7 +49,8 @@ private:
     void waitForKick();
 
     const unsigned pollDelay_;
-    unsigned thread_ = 0;  // 0: no thread could be started
+    std::mutex startGuard_;
+    unsigned thread_ = 0;  // 0: no thread could be started; guarded by startGuard_
     Qz::Ptr<iThreadEvent> kickEvent_;
     Vector<FsysFile*>* const files_;
     CriticalSection* const lock_;

@@ -74,6 +74,9 @@ void IOCompletionReceiver::fail(FileRequest* request)
     if (!Qz::verify(request != nullptr, "false", "ole/fsys/IoCompletion line 163"))
         return;
     FsysFile* const file = request->file();
+    // What was gathered has been acknowledged already, and only the last of its callers hears of this.
+    if (!request->isRead())
+        file->tellLoss(request->position_, request->ByteCount_, code);
     if (request->beginFinish())
         request->NotifyError(code, 0);
     FileRequest::finish(request, FileRequest::FAILED);

@@ -92,6 +92,14 @@ bool MaterialLink::isLink(const LightweightString<wchar_t>& osPath)
     return readStart(osPath, contents) && !startsWithRiff(contents);
 }
 
+bool MaterialLink::isLink(iFile& file)
+{
+    Buffer<linkFileSize> contents{};
+    FILE_INFO info;
+    return file.getInfo(&info) && info.size == linkFileSize &&
+           file.read(0, contents.data(), contents.size(), nullptr) && !startsWithRiff(contents);
+}
+
 bool MaterialLink::createLink(const LightweightString<wchar_t>& osPath,
                               const LightweightString<wchar_t>& target, bool overwrite)
 {

@@ -3,6 +3,7 @@
 #include "Qz/LightweightString.h"
 #include "fsys/Export.h"
 #include "fsys/MaterialFilename.h"
+#include "os/iFile.h"
 
 #include <cstdint>
 
@@ -30,6 +31,8 @@ public:
     // True when the file is a link and its target exists; false for a file that is no link.
     [[nodiscard]] static bool linkedFileExists(const MaterialFilename& file);
     [[nodiscard]] static bool isLink(const LightweightString<wchar_t>& osPath);
+    // The same for a file that is open for reading. False when its size or start cannot be told.
+    [[nodiscard]] static bool isLink(iFile& file);
 
     // Writes a link at osPath; true when it was written whole. Without overwrite the file must not exist.
     // With overwrite an existing file of at most 512 bytes is rewritten; a longer one is media: it stays

@@ -123,7 +123,12 @@ MediaError ReadSource::open()
     if (!handle_)
         return openingError(lastError());
     isRecording_ = target_.endsWith(partialEnding);
-    return handle_->getInfo(&atOpen_) ? MediaError() : error(MediaErrorCode::readFailed, lastError());
+    if (!handle_->getInfo(&atOpen_))
+        return error(MediaErrorCode::readFailed, lastError());
+    // The size of the path could not be told a moment ago: what is open now is the link, not the media.
+    if (!isLink_ && MaterialLink::isLink(*handle_))
+        return error(MediaErrorCode::offline);
+    return {};
 }
 
 MediaError ReadSource::openingError(unsigned platformCode) const

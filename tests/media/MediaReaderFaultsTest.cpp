@@ -94,6 +94,20 @@ TEST_F(MediaReaderFaults, AFailedReadTellsWhatThePlatformSays)
     EXPECT_EQ(bytes.substr(10, 100), readOf(reader, 10, 100).bytes);
 }
 
+TEST_F(MediaReaderFaults, ALinkWhoseSizeCannotBeToldIsNotPlayedAsMedia)
+{
+    const std::string bytes = addPattern(L"/store/far.mov", 100'000);
+    os.files().addFile(L"/m/link.mov", linkTo("/store/far.mov"));
+    for (unsigned look = 1; look <= 3; ++look) {
+        os.faults().failNth(Op::getFileSize, look, errorFromErrno(ETIMEDOUT));
+        MediaReader reader(L"/m/link.mov");
+        EXPECT_FALSE(reader.isOpen()) << look;
+        os.faults().clear();
+    }
+    MediaReader reader(L"/m/link.mov");
+    EXPECT_EQ(bytes.substr(10, 100), readOf(reader, 10, 100).bytes);
+}
+
 TEST_F(MediaReaderFaults, ATransferThatThePlatformDoesNotTakeFails)
 {
     const std::string bytes = addPattern(L"/m/a.mov", 100'000);
