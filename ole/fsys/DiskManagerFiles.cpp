@@ -9,6 +9,7 @@
 #include "fsys/MediaFolders.h"
 #include "fsys/SystemCache.h"
 #include "fsys/VolumeList.h"
+#include "os/LastError.h"
 #include "os/OS.h"
 #include "support/Log.h"
 #include "support/PathHelpers.h"
@@ -34,11 +35,18 @@ Path unmountedDrivesFile(const Path& projectSpace) { return joinPaths(projectSpa
 
 Path userLocationsFile(const Path& projectSpace) { return joinPaths(projectSpace, L"DefNetDrive.txt"); }
 
+// Nobody hears of a failure from the operations that change these files, so the log does.
+void saveLines(const TextFile& lines, const Path& file)
+{
+    if (!lines.save(endOfLineLF))
+        Log("fsys: %s could not be saved: %s\n", toUTF8(file).c_str(), errorText(lastError()).c_str());
+}
+
 void appendLineToFile(const Path& file, const Path& text)
 {
     TextFile lines(file, true);
     lines.appendLine(toUTF8(text));
-    lines.save(endOfLineLF);
+    saveLines(lines, file);
 }
 
 // Takes the lines out that are path. Deliberate: the walk moves on by one after a removal too, so of two
@@ -50,20 +58,21 @@ void removeLinesFromFile(const Path& file, const Path& path)
     for (unsigned i = 0; i < count; ++i)
         if (Qz::equalsIgnoringCase(fromUTF8(lines.getLine(i)), path)) {
             lines.removeLine(i);
-            lines.save(endOfLineLF);
+            saveLines(lines, file);
         }
 }
 
 void replaceUnmountedDrives(const Path& file, const Vector<Path>& drives)
 {
     if (drives.empty()) {
-        OS()->getFileManager()->deleteFile(file);
+        if (!OS()->getFileManager()->deleteFile(file))
+            Log("fsys: %s could not be deleted: %s\n", toUTF8(file).c_str(), errorText(lastError()).c_str());
         return;
     }
     TextFile lines(file, false);
     for (const Path& drive : drives)
         lines.appendLine(toUTF8(drive));
-    lines.save(endOfLineLF);
+    saveLines(lines, file);
 }
 
 // A list may have been written with every backslash doubled. Network names begin with two and stay.
@@ -166,9 +175,10 @@ bool DiskManager::saveDriveInfo(const MediaDrive& drive)
                 drive.getId().asChar());
         return false;
     }
-    TextFile file(getInfoFileNameFor(drive.getId()), false);
+    const Path name = getInfoFileNameFor(drive.getId());
+    TextFile file(name, false);
     file.appendLine(Qz::AttribValuePair(nameKey, toUTF8(drive.getName()), nameSeparator).asString());
-    file.save(endOfLineLF);
+    saveLines(file, name);
     return true;
 }
 

@@ -4,11 +4,13 @@
 
 #include "Qz/Assert.h"
 #include "Qz/StringHelpers.h"
+#include "Qz/Utf8.h"
 #include "fsys/DiskManager.h"
 #include "fsys/FileRecords.h"
 #include "fsys/MaterialLink.h"
 #include "os/LastError.h"
 #include "os/OS.h"
+#include "support/Log.h"
 #include "support/PathHelpers.h"
 
 #include <mutex>
@@ -32,6 +34,12 @@ bool liesBelow(const LightweightString<wchar_t>& folder, const LightweightString
            !stepsUp(folder);
 }
 
+// What belongs to media and stays behind when that goes: the result of the deletion is the media's own.
+void tellLeft(const LightweightString<wchar_t>& path)
+{
+    Log("fsys: %s could not be deleted: %s\n", toUTF8(path).c_str(), errorText(lastError()).c_str());
+}
+
 // Media below the link's own folder belongs to the link and goes with it; media elsewhere is left alone.
 void deleteOwnTarget(const MaterialFilename& name, const LightweightString<wchar_t>& osPath)
 {
@@ -42,7 +50,8 @@ void deleteOwnTarget(const MaterialFilename& name, const LightweightString<wchar
     if (isNetworkName(linkedDir) && !isNetworkName(osPath))
         linked = DiskManager::convertUNCtoLocalShare(linked);
     if (liesBelow(linkedDir, getPath(osPath)))
-        deleteDirectory(linked);
+        if (!deleteDirectory(linked))
+            tellLeft(linked);
 }
 
 // Index, peak and partial files carry the media file's whole name.
@@ -54,9 +63,11 @@ void deleteCompanions(const LightweightString<wchar_t>& osPath)
         return;
     std::vector<iFileManager::DirectoryItem> companions;
     iFileManager* const files = OS()->getFileManager();
-    files->listFilesWithPrefix(folder, fileName + L".", companions);
+    if (!files->listFilesWithPrefix(folder, fileName + L".", companions))
+        tellLeft(osPath + L".*");
     for (const iFileManager::DirectoryItem& companion : companions)
-        files->deleteFile(folder + companion.name);
+        if (!files->deleteFile(folder + companion.name))
+            tellLeft(folder + companion.name);
 }
 
 }  // namespace

@@ -6,11 +6,13 @@
 #include "fsys/CookieIndex.h"
 #include "fsys/StoredFile.h"
 #include "os/Clock.h"
+#include "os/LastError.h"
 #include "os/OS.h"
 #include "support/Log.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -119,7 +121,8 @@ private:
     // making of entries.
     void readFolder(const LightweightString<wchar_t>& pattern)
     {
-        OS()->getFileManager()->listFiles(pattern, items_);
+        if (!OS()->getFileManager()->listFiles(pattern, items_))
+            tellIfUnreadable(pattern);
         judged_.resize(items_.size());
         order_.reserve(items_.size());
         for (std::size_t i = 0; i < items_.size(); ++i) {
@@ -133,6 +136,14 @@ private:
         const auto byClip = [](const Filing& a, const Filing& b) { return a.clip < b.clip; };
         if (!std::is_sorted(order_.begin(), order_.end(), byClip))
             std::stable_sort(order_.begin(), order_.end(), byClip);
+    }
+
+    // A location need not have both folders; but media that is there and cannot be listed is missed.
+    static void tellIfUnreadable(const LightweightString<wchar_t>& pattern)
+    {
+        const unsigned code = lastError();
+        if (const int error = errnoFromError(code); error != ENOENT && error != ENOTDIR)
+            Log("fsys: %s could not be listed: %s\n", toUTF8(pattern).c_str(), errorText(code).c_str());
     }
 
     void judgeOne(const Item& item, Judged& judged)

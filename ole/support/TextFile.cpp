@@ -3,7 +3,10 @@
 #include <cstddef>
 #include <string>
 
+#include "Qz/Utf8.h"
+#include "os/LastError.h"
 #include "os/OS.h"
+#include "support/Log.h"
 #include "support/SmallFile.h"
 
 TextFile::TextFile(const LightweightString<wchar_t>& path, bool load) : path_(path)
@@ -12,6 +15,8 @@ TextFile::TextFile(const LightweightString<wchar_t>& path, bool load) : path_(pa
         return;
     std::string contents;
     unreadable_ = loadSmallFile(path_, contents) == LoadResult::unreadable;
+    if (unreadable_)
+        Log("%s could not be read: %s\n", toUTF8(path_).c_str(), errorText(lastError()).c_str());
     for (const std::string_view line : splitLines(contents))
         lines_.emplace_back(line);
 }

@@ -10,7 +10,7 @@
 // Reading:    lines end with LF or CR LF; a line break at the end of the file makes no further line, a
 //             byte order mark at its start is passed over. A file that is missing, is no regular file,
 //             cannot be read, is larger than 16 MiB or holds nothing but zero bytes (a power cut leaves
-//             such files) has no lines.
+//             such files) has no lines. One that is there and cannot be read is logged.
 // Saving:     replaces the whole file, so that a crash or a full disk leaves the old file or the new one
 //             (iFileManager::replaceFile). A file that is there but could not be loaded is not replaced:
 //             its lines would be lost.

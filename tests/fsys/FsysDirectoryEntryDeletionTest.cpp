@@ -45,6 +45,18 @@ TEST_F(FsysDirectoryEntryDeletion, DeleteFilesDeletesAndDropsTheKindsAskedFor)
     EXPECT_EQ(entry.deleteFiles(eHighRes | eProxy), 1u);  // nothing left: nothing to fail
 }
 
+TEST_F(FsysDirectoryEntryDeletion, ACompanionThatStaysBehindIsLogged)
+{
+    const Path high = osPath(onDisk(clip, L".mov"));
+    entry.addFile(clip, info(clip, L".mov"));
+    os.files().addFile(high + L".reapeaks", "peaks");
+    os.faults().failOn(high + L".reapeaks", fake::Op::deleteFile, errorFromErrno(EACCES));
+    EXPECT_EQ(entry.deleteFiles(eHighRes), 1u);
+    ASSERT_EQ(captured.logged().size(), 1u);
+    EXPECT_NE(captured.logged()[0].find(".mov.reapeaks could not be deleted: Permission denied"),
+              std::string::npos);
+}
+
 TEST_F(FsysDirectoryEntryDeletion, TheLastDeletionThatFailedIsTheResult)
 {
     for (const wchar_t* ending : {L".proxy.1.mov", L".proxy.2.mov", L".mov"})

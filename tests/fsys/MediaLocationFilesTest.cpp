@@ -646,3 +646,19 @@ TEST_F(MediaLocationFiles, ADriveWithoutInfoIsReportedAndTheWalkGoesOn)
 }
 
 }  // namespace
+
+TEST_F(MediaLocationFiles, AListThatCannotBeReadOrSavedIsLoggedAndKept)
+{
+    addDisk(L"/new/");
+    os.files().addFile(listFile, "/other/\n");
+    os.faults().failNext(fake::Op::replaceFile, errorFromErrno(ENOSPC));
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/new/"));
+    EXPECT_NE(std::string::npos,
+              log.logged.find("/project/DefNetDrive.txt could not be saved: No space left on device"));
+    EXPECT_TRUE(DiskManager::removeMediaLocation(L"/new/"));
+    os.faults().failAlways(fake::Op::readWholeFile, errorFromErrno(EIO));
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/new/"));
+    EXPECT_NE(std::string::npos,
+              log.logged.find("/project/DefNetDrive.txt could not be read: Input/output error"));
+    EXPECT_EQ("/other/\n", os.files().contents(listFile));
+}

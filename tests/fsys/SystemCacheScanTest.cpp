@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <numeric>
 #include <random>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "os/testing/ForwardingOS.h"
 
 #include "CacheTest.h"
+#include "os/LastError.h"
 
 using namespace cachetest;
 
@@ -427,4 +429,17 @@ TEST_F(SystemCacheScan, TheInstanceIsDestroyedOnceAndMadeAgainWhenAskedFor)
     const CacheListener listener;  // of the new instance
     SystemCache::addFile(clip, info(clip, L".mov"), true);
     EXPECT_EQ(listener.heard.size(), 1u);
+}
+
+TEST_F(SystemCacheScan, AFolderThatCannotBeListedIsLoggedAndOneThatIsNotThereIsNot)
+{
+    os.faults().failNext(fake::Op::listDirectory, errorFromErrno(ETIMEDOUT));
+    SystemCache::addMediaLocation(driveM);
+    ASSERT_EQ(captured.logged().size(), 1u);
+    EXPECT_NE(captured.logged()[0].find("/m/Material/*.* could not be listed: Connection timed out"),
+              std::string::npos);
+    captured.clear();
+    os.files().remove(L"/m/Sound");
+    SystemCache::addMediaLocation(driveM);
+    EXPECT_TRUE(captured.logged().empty());
 }
