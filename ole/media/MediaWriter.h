@@ -119,7 +119,8 @@ public:
     // Ends the recording: writes the rest, flushes it to the device, gives the file its name and tells the
     // media cache. A second call answers the same again.
     MediaRecording finish();
-    // Ends the recording and removes the file. Nothing happens after finish.
+    // Ends the recording and removes the file; where that fails, finish tells its path from then on. Nothing
+    // happens after finish.
     void abandon();
 
     [[nodiscard]] Counters counters() const;

@@ -1,5 +1,6 @@
 #include "media/Recovery.h"
 
+#include "Qz/Utf8.h"
 #include "fsys/DiskManager.h"
 #include "fsys/MaterialFilename.h"
 #include "fsys/MediaDrive.h"
@@ -9,6 +10,7 @@
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
+#include "support/Log.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -51,8 +53,11 @@ void lookInto(iFile& file, UnfinishedRecording& found)
         return;
     found.bytes = info.size;
     found.modifiedNs = info.modifiedNs;
-    if (!file.getWrittenSize(&found.goodBytes))
+    // Without it nobody can tell what is good, and one without a good byte is an offer to remove it.
+    if (!file.getWrittenSize(&found.goodBytes)) {
         found.goodBytes = 0;
+        return;
+    }
     found.inUse = !file.claim();
 }
 
@@ -78,7 +83,12 @@ std::optional<UnfinishedRecording> describe(const DriveId& location, const Path&
 void findIn(const DriveId& location, const Path& folder, std::vector<UnfinishedRecording>& found)
 {
     std::vector<iFileManager::DirectoryItem> items;
-    OS()->getFileManager()->listDirectory(folder + L"*" + partialEnding, items);
+    if (!OS()->getFileManager()->listDirectory(folder + L"*" + partialEnding, items)) {
+        const unsigned code = lastError();
+        if (const int number = errnoFromError(code); number != ENOENT && number != ENOTDIR)
+            Log("fsys: %s could not be searched for unfinished recordings: %s\n", toUTF8(folder).c_str(),
+                errorText(code).c_str());
+    }
     for (const auto& item : items)
         if (!finalPathOf(folder + item.name).empty())
             if (auto recording = describe(location, folder + item.name, item.size))

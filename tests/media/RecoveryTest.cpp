@@ -123,6 +123,17 @@ TEST_F(Recovery, AFileThatCannotBeLookedIntoIsNeitherIdleNorEmpty)
     }
 }
 
+TEST_F(Recovery, OneWhoseGoodBytesNobodyCanTellIsNotOfferedForRemoval)
+{
+    leave(partial, 5000);
+    os.faults().failNext(fake::Op::getWrittenSize, errorFromErrno(ETIMEDOUT));
+    const UnfinishedRecording found = only();
+    EXPECT_TRUE(found.inUse);
+    EXPECT_EQ(0U, found.goodBytes);
+    EXPECT_EQ(5000U, found.bytes);
+    EXPECT_EQ(5000U, only().goodBytes);
+}
+
 TEST_F(Recovery, AFileThatGoesWhileItIsLookedAtIsNotListed)
 {
     leave(left, 100);
