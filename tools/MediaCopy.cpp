@@ -16,15 +16,16 @@ MediaError readThrough(MediaReader& reader, Progress& progress, const Sink& sink
     reader.setReadAhead(readAheadBytes);
     std::vector<std::byte> piece(pieceBytes);
     MediaError error;
-    const std::uint64_t size = reader.size();
-    for (std::uint64_t at = 0; at < size && !error;) {
+    // Up to where the reader says that the file ends: its size is 0 also when the file cannot be asked for
+    // it.
+    for (std::uint64_t at = 0; !error;) {
         const std::size_t bytes = reader.read(at, piece, &error);
         if (error || !sink(std::span(piece).first(bytes)))
             break;
         at += bytes;
         progress.advance(bytes);
     }
-    return error;
+    return error.code == MediaErrorCode::beyondEnd ? MediaError() : error;
 }
 
 }  // namespace
