@@ -1,0 +1,61 @@
+// Every scenario with every fault.
+
+#include "LinuxStage.h"
+#include "Scenarios.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <ostream>
+
+namespace {
+
+class FaultSweep : public testing::TestWithParam<Scenario>
+{
+protected:
+    static void TearDownTestSuite()
+    {
+        std::printf("fault points: %lu run, %lu met, %lu failures\n", Sweep::pointsRun, Sweep::pointsMet,
+                    Sweep::failures);
+    }
+};
+
+std::string nameOf(const testing::TestParamInfo<Scenario>& info)
+{
+    std::string name;
+    bool begins = true;
+    for (const char letter : std::string(info.param.name)) {
+        const bool isLetter = std::isalnum(static_cast<unsigned char>(letter)) != 0;
+        if (isLetter)
+            name += begins ? static_cast<char>(std::toupper(static_cast<unsigned char>(letter))) : letter;
+        begins = !isLetter;
+    }
+    return name;
+}
+
+}  // namespace
+
+void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenario.name; }
+
+TEST_P(FaultSweep, IsSurvivedAndTold) { Sweep(GetParam()).run(); }
+
+// The same on the real platform, with real threads, files and transfers.
+class FaultSweepOnLinux : public FaultSweep
+{
+};
+
+TEST_P(FaultSweepOnLinux, IsSurvivedAndTold)
+{
+    constexpr std::size_t share = 25;
+    Sweep(
+        GetParam(), [] { return std::make_unique<LinuxStage>(); }, share)
+        .run();
+}
+
+INSTANTIATE_TEST_SUITE_P(Recording, FaultSweepOnLinux, testing::ValuesIn(recordingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Playing, FaultSweepOnLinux, testing::ValuesIn(playingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Engine, FaultSweepOnLinux, testing::ValuesIn(engineScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Locations, FaultSweepOnLinux, testing::ValuesIn(locationScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Recording, FaultSweep, testing::ValuesIn(recordingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Playing, FaultSweep, testing::ValuesIn(playingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Engine, FaultSweep, testing::ValuesIn(engineScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Locations, FaultSweep, testing::ValuesIn(locationScenarios()), nameOf);
