@@ -48,9 +48,8 @@ std::optional<std::string> readConfigFile(const std::string& path, ConfigStore::
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
     const bool failed = !file.is_open() || file.bad();
-    const bool tooLarge = text.size() > bytesMax;
-    if (failed || tooLarge || text.find('\0') != std::string::npos) {
-        report(path, failed ? "cannot be read" : tooLarge ? "larger than 1 MiB" : "not a text file");
+    if (failed || text.size() > bytesMax) {
+        report(path, failed ? "cannot be read" : "larger than 1 MiB");
         return std::nullopt;
     }
     return text;
@@ -75,17 +74,22 @@ bool addLine(Entries& entries, std::string_view line, const std::string& place)
 
 void ConfigStore::addFile(const std::string& path, WhenMissing whenMissing)
 {
-    constexpr int reportsMax = 20;  // a file of another kind must not flood the terminal
     if (path == "/dev/null")
         return;
-    const std::optional<std::string> text = readConfigFile(path, whenMissing);
-    if (!text)
-        return;
+    if (const std::optional<std::string> text = readConfigFile(path, whenMissing))
+        addText(*text, path);
+}
+
+void ConfigStore::addText(std::string_view text, const std::string& name)
+{
+    constexpr int reportsMax = 20;  // a file of another kind must not flood the terminal
+    if (text.find('\0') != std::string_view::npos)
+        return report(name, "not a text file");
     Entries added;
     int number = 0;
     int reports = 0;
-    for (const std::string_view line : splitLines(*text)) {
-        const std::string place = path + ':' + std::to_string(++number);
+    for (const std::string_view line : splitLines(text)) {
+        const std::string place = name + ':' + std::to_string(++number);
         if (!addLine(added, line, place) && ++reports <= reportsMax)
             report(place, "line is not \"key = value\"");
     }

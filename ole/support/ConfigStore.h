@@ -24,6 +24,9 @@ public:
     // Adds what a file says about keys that no file before it has. Reads regular files only, so that a
     // pipe or a device in the file's place cannot stop the process; /dev/null is an empty file.
     void addFile(const std::string& path, WhenMissing whenMissing);
+    // Adds what the text of a file says about keys that no file before it has; name is the file's, for
+    // reports.
+    void addText(std::string_view text, const std::string& name);
     // Null when no file has the key.
     [[nodiscard]] const Entry* find(const std::string& key) const;
 
