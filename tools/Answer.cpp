@@ -12,6 +12,41 @@ bool arrived = true;
 
 void flushAnswer(int written) { arrived = written >= 0 && std::fflush(output) == 0 && arrived; }
 
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    std::string text(length > 0 ? static_cast<std::size_t>(length) + 1 : 1, '\0');
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    text.pop_back();
+    return text;
+}
+
+// Names may hold what a terminal takes for a command.
+void replaceControls(std::string& text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const bool isControl = (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F;
+        // U+0080 to U+009F, the second set of controls.
+        const bool isLateControl =
+            byte == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
+        if (isControl)
+            text[i] = '?';
+        else if (isLateControl)
+            text.replace(i, 2, "?");
+    }
+}
+
+int print(FILE* stream, std::string text)
+{
+    if (isatty(fileno(stream)) != 0)
+        replaceControls(text);
+    return std::fwrite(text.data(), 1, text.size(), stream) == text.size() ? 0 : -1;
+}
+
 }  // namespace
 
 void holdStandardStreams()
@@ -42,28 +77,27 @@ void takeStandardOutput(bool showLibraryOutput)
         output = stream;
 }
 
-void answerJson(const Json& object)
+std::string jsonLine(const Json& object)
 {
-    const std::string text = object.dump(-1, ' ', false, Json::error_handler_t::replace);
-    flushAnswer(std::fprintf(output, "%s\n", text.c_str()));
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
+
+void answerJson(const Json& object) { flushAnswer(std::fprintf(output, "%s\n", jsonLine(object).c_str())); }
 
 void answer(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    flushAnswer(std::vfprintf(output, format, arguments));
+    flushAnswer(print(output, formatted(format, arguments)));
     va_end(arguments);
 }
 
 void complain(const char* format, ...)
 {
-    std::fputs("fsys: ", stderr);
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    print(stderr, "fsys: " + formatted(format, arguments) + "\n");
     va_end(arguments);
-    std::fputs("\n", stderr);
 }
 
 std::string readableBytes(double bytes)

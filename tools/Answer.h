@@ -22,11 +22,13 @@ void holdStandardStreams();
 void takeStandardOutput(bool showLibraryOutput);
 // False when a part of the answer did not reach its reader.
 [[nodiscard]] bool answerArrived();
-// Writes one JSON object and a line break. Bytes of names that are not UTF-8 become U+FFFD.
+// One JSON object as one line, without its line break. Bytes of names that are not UTF-8 become U+FFFD.
+[[nodiscard]] std::string jsonLine(const Json& object);
+// Writes that line.
 void answerJson(const Json& object);
-// Writes text as printf does.
+// Writes text as printf does. On a terminal control characters, which names may hold, become question marks.
 void answer(const char* format, ...) __attribute__((format(printf, 1, 2)));
-// "fsys: " and a message on standard error.
+// "fsys: " and a message on standard error, in the same way.
 void complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 [[nodiscard]] inline std::string utf8(const LightweightString<wchar_t>& text) { return toUTF8(text).str(); }

@@ -222,6 +222,15 @@ class Output(CommandCase):
 class Terminal(CommandCase):
     """run_command checks for every other test that a pipe sees no bar."""
 
+    def test_names_give_no_commands_to_the_terminal(self):
+        name = self.path("a\x1b]0;title\x07\u009b31m\u00e9\x7f")
+        result = self.run_on_terminal("read", name)
+        self.assertEqual(result.status, NO)
+        self.assertIn("a?]0;title?".encode(), result.shown)
+        self.assertIn("31m\u00e9?".encode(), result.shown)
+        for control in (b"\x1b]", b"\x07", "\u009b".encode(), b"\x7f"):
+            self.assertNotIn(control, result.shown)
+
     def test_reading_shows_a_bar(self):
         result = self.run_on_terminal("--json", "read", self.media_file(size=5 << 20))
         self.assertEqual(result.status, DONE)
