@@ -40,6 +40,13 @@ void tellLeft(const LightweightString<wchar_t>& path)
     Log("fsys: %s could not be deleted: %s\n", toUTF8(path).c_str(), errorText(lastError()).c_str());
 }
 
+// Where a folder really is. A symlink in its path may lead out of the folder in which the path begins.
+LightweightString<wchar_t> realFolder(const LightweightString<wchar_t>& folder)
+{
+    const LightweightString<wchar_t> real = OS()->getFileManager()->resolvePath(folder);
+    return real.empty() || real.view().ends_with(L'/') ? real : real + L"/";
+}
+
 // Media below the link's own folder belongs to the link and goes with it; media elsewhere is left alone.
 void deleteOwnTarget(const MaterialFilename& name, const LightweightString<wchar_t>& osPath)
 {
@@ -49,9 +56,13 @@ void deleteOwnTarget(const MaterialFilename& name, const LightweightString<wchar
     const LightweightString<wchar_t> linkedDir = getPath(linked);
     if (isNetworkName(linkedDir) && !isNetworkName(osPath))
         linked = DiskManager::convertUNCtoLocalShare(linked);
-    if (liesBelow(linkedDir, getPath(osPath)))
-        if (!deleteDirectory(linked))
-            tellLeft(linked);
+    const LightweightString<wchar_t> linkDir = getPath(osPath);
+    if (!liesBelow(linkedDir, linkDir))
+        return;
+    if (!liesBelow(realFolder(getPath(linked)), realFolder(linkDir)))
+        Log("fsys: %s stays, for its path leads out of the folder of its link\n", toUTF8(linked).c_str());
+    else if (!deleteDirectory(linked))
+        tellLeft(linked);
 }
 
 // Index, peak and partial files carry the media file's whole name.

@@ -103,6 +103,52 @@ TEST_F(SystemCacheOnDisk, ALinkIsFollowedAndItsTargetBelowTheFolderGoesWithIt)
     EXPECT_TRUE(folder.has("Material/media"));
 }
 
+TEST_F(SystemCacheOnDisk, DeletingALinkNeverReachesOutOfItsFolder)
+{
+    const TestFolder outside;
+    outside.write("victim.mov", "precious");
+    const std::string material = toUTF8(folder.path("Material")).str();
+    std::filesystem::create_directory_symlink(toUTF8(outside.path()).str(), material + "/sub");
+    std::filesystem::create_directories(material + "/dir");
+    const std::string name = toUTF8(outside.path()).str().substr(1) + "/victim.mov";
+    for (const std::string& target : {material + "/sub/victim.mov", material + "/dir/../sub/victim.mov",
+                                      material + "/dir/../../../../../../" + name, material + "X/../" + name,
+                                      toUTF8(outside.path("victim.mov")).str()}) {
+        write(".mov", linkTo(target));
+        SystemCache::addMediaLocation(drive);
+        SystemCache::removeFile(clip, false, eHighRes | eProxy);
+        EXPECT_FALSE(has(".mov")) << target;
+        EXPECT_TRUE(outside.has("victim.mov")) << target;
+    }
+}
+
+TEST_F(SystemCacheOnDisk, ATargetBelowALocationThatIsReachedThroughASymlinkGoesWithItsLink)
+{
+    const TestFolder elsewhere;
+    const std::string symlink = toUTF8(elsewhere.path("l")).str();
+    std::filesystem::create_directory_symlink(toUTF8(folder.path()).str(), symlink);
+    folder.write("Material/media/real.mov", "real");
+    write(".mov", linkTo(symlink + "/Material/media/real.mov"));
+    FsysDirectoryEntry entry;
+    EXPECT_EQ(entry.deleteFile(MaterialFilename(DriveId(), fromUTF8(symlink + "/" + fileOf(".mov")))), 1u);
+    EXPECT_FALSE(has(".mov"));
+    EXPECT_FALSE(folder.has("Material/media/real.mov"));
+}
+
+TEST_F(SystemCacheOnDisk, DeletingALinkWhoseTargetIsASymlinkRemovesTheSymlinkAlone)
+{
+    const TestFolder outside;
+    const std::string victim = toUTF8(outside.write("victim.mov", "precious")).str();
+    folder.write("Material/media/.keep", "x");
+    const std::string target = toUTF8(folder.path("Material/media/real.mov")).str();
+    std::filesystem::create_symlink(victim, target);
+    write(".mov", linkTo(target));
+    SystemCache::addMediaLocation(drive);
+    SystemCache::removeFile(clip, false, eHighRes | eProxy);
+    EXPECT_FALSE(std::filesystem::is_symlink(target));
+    EXPECT_TRUE(outside.has("victim.mov"));
+}
+
 TEST_F(SystemCacheOnDisk, RealisingLinksDoesNotTouchRealMedia)
 {
     write(".mov", "media");
