@@ -160,8 +160,9 @@ public:
     static int addDrivesFromFile(const Path& file);
     // What the last addDrivesFromFile could not add. On the control thread only.
     [[nodiscard]] static Vector<Path> getMissingMediaLocations();
-    // Adds a location for good: it comes back at the next init. False when it is registered already; true
-    // also when it is only listed because it cannot be reached or written now.
+    // Adds a location for good: it comes back at the next init. False when it is registered already or, with
+    // a line in the log, when its path has a line break and cannot be listed; true also when it is only
+    // listed because it cannot be reached or written now.
     static bool addMediaLocation(const Path& path);
     // Removes it for good, with all the cache knows of it. False when no root location equals path,
     // ignoring case (the root with its trailing separator).

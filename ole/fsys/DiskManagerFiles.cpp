@@ -42,11 +42,19 @@ void saveLines(const TextFile& lines, const Path& file)
         Log("fsys: %s could not be saved: %s\n", toUTF8(file).c_str(), errorText(lastError()).c_str());
 }
 
-void appendLineToFile(const Path& file, const Path& text)
+// A path with a line break would come back from a list as several others.
+bool fitsOneLine(const Path& path) { return path.find(L'\n') == Path::npos && !path.view().ends_with(L'\r'); }
+
+bool appendLineToFile(const Path& file, const Path& text)
 {
+    if (!fitsOneLine(text)) {
+        LogBoth("DiskManager: a path with a line break cannot be listed: %s\n", toUTF8(text).c_str());
+        return false;
+    }
     TextFile lines(file, true);
     lines.appendLine(toUTF8(text));
     saveLines(lines, file);
+    return true;
 }
 
 // Takes the lines out that are path. Deliberate: the walk moves on by one after a removal too, so of two
@@ -236,8 +244,8 @@ bool DiskManager::addMediaLocation(const Path& path)
     const bool comesBack = unmounted.removeItem(path);
     if (comesBack)
         replaceUnmountedDrives(unmountedDrivesFile(projectSpace_), unmounted);
-    else
-        appendLineToFile(userLocationsFile(projectSpace_), path);
+    else if (!appendLineToFile(userLocationsFile(projectSpace_), path))
+        return false;
     // Deliberate: a location that cannot be added now stays listed, and the next init tries again.
     addDriveForMediaLocation(path, comesBack);
     informInterestedParties();

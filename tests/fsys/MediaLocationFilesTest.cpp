@@ -360,6 +360,29 @@ TEST_F(MediaLocationFiles, AnAddedLocationIsListedRegisteredScannedAndTold)
     EXPECT_EQ(listener.texts, std::vector<std::string>({"MediaLocationsChangeMsg"}));
 }
 
+TEST_F(MediaLocationFiles, APathWithALineBreakIsRefusedForItWouldComeBackAsTwo)
+{
+    addDisk(L"/a\n/b/");
+    addDisk(L"/c\r");
+    os.files().addFile(listFile, "/other/\n");
+    const RegistryListener listener;
+    for (const wchar_t* path : {L"/a\n/b/", L"/c\r"})
+        EXPECT_FALSE(DiskManager::addMediaLocation(path));
+    EXPECT_EQ(os.files().contents(listFile), "/other/\n");
+    EXPECT_FALSE(DiskManager::getVolume(L"/a\n/b/"));
+    EXPECT_NE(log.both.find("a path with a line break cannot be listed: /a\n/b/"), std::string::npos);
+    EXPECT_TRUE(listener.texts.empty());
+}
+
+TEST_F(MediaLocationFiles, ADiscoveredDriveWithALineBreakInItsPathIsRemovedWithoutAnEntryForAnother)
+{
+    addDisk(L"/x\n/m/");
+    DriveId id;
+    ASSERT_TRUE(DiskManager::addMaterialVolume(L"/x\n/m/", id, true));
+    EXPECT_TRUE(DiskManager::removeMediaLocation(L"/x\n/m/"));
+    EXPECT_FALSE(os.files().has(unmountedFile));
+}
+
 TEST_F(MediaLocationFiles, ListenersHearOfAnAdditionWhenTheLocationIsListedNamedAndScanned)
 {
     addDisk(L"/a/");
