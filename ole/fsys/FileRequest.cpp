@@ -1,6 +1,7 @@
 #include "fsys/FileRequest.h"
 
 #include "Qz/Assert.h"
+#include "fsys/CompletionCall.h"
 #include "fsys/EngineState.h"
 #include "fsys/Fsys.h"
 #include "fsys/FsysBuf.h"
@@ -239,7 +240,7 @@ void FileRequest::deliver(CompletionInfo& caller)
         const std::int64_t offset = std::int64_t{caller.bufferOffset} - sectorOffset_;
         data = Qz::Ptr<iMemHolder>(new MemRef(buffer_, static_cast<unsigned>(offset), caller.byteCount));
     }
-    caller.function(caller.context, data, eRequestSuccess);
+    callCompletion(caller.function, caller.context, data, eRequestSuccess);
 }
 
 unsigned FileRequest::NotifyError(unsigned code, unsigned first)
@@ -249,7 +250,7 @@ unsigned FileRequest::NotifyError(unsigned code, unsigned first)
         FsysError = code;
         Qz::Ptr<iMemHolder> none;
         CompletionInfo& caller = completions_[i];
-        caller.function(caller.context, none, eRequestError);
+        callCompletion(caller.function, caller.context, none, eRequestError);
     }
     return 1;
 }

@@ -171,13 +171,6 @@ unsigned FsysFile::Read(void* buffer, unsigned bytes)
     return result;
 }
 
-// Callers were told long ago that these bytes are written, so the log is all that is left to tell.
-void FsysFile::writeGathered(unsigned bytes)
-{
-    if (const unsigned result = LowLevelWrite(writeCache_->getBuffer(), bytes); result != 1)
-        tellLoss(position_, bytes, result);
-}
-
 void FsysFile::tellLoss(std::uint64_t position, unsigned bytes, unsigned code) const
 {
     Log("fsys: %s: %u bytes at %llu were not written (%s)\n", toUTF8(path_).c_str(), bytes,
@@ -187,10 +180,8 @@ void FsysFile::tellLoss(std::uint64_t position, unsigned bytes, unsigned code) c
 unsigned FsysFile::Write(const void* buffer, unsigned bytes)
 {
     if (const unsigned cached = gathered(); cached != 0) {
-        position_ = writeCacheStart_;
         writeGathered(cached);
         position_ += cached;
-        emptyCache();
     }
     const unsigned result = LowLevelWrite(buffer, bytes);
     if (result == 1)
@@ -198,14 +189,21 @@ unsigned FsysFile::Write(const void* buffer, unsigned bytes)
     return result;
 }
 
+// Callers were told long ago that these bytes are written, so the log is all that is left to tell.
+void FsysFile::writeGathered(unsigned bytes)
+{
+    position_ = writeCacheStart_;
+    if (const unsigned result = LowLevelWrite(writeCache_->getBuffer(), bytes); result != 1)
+        tellLoss(position_, bytes, result);
+    emptyCache();
+}
+
 unsigned FsysFile::Seek(long offset, SEEK_TYPE type)
 {
     if (const unsigned cached = gathered(); cached != 0) {
         // Unlike Write, the flush leaves the position where it was.
         const std::uint64_t before = position_;
-        position_ = writeCacheStart_;
         writeGathered(cached);
-        emptyCache();
         position_ = before;
     }
     const auto distance = static_cast<std::uint64_t>(offset);

@@ -232,7 +232,7 @@ private:
     // Write cache: how much is gathered, and writing it at the place where it began.
     [[nodiscard]] FSYS_LOCAL unsigned gathered() const;
     FSYS_LOCAL void emptyCache();
-    // Writes so many gathered bytes at the position; a failure goes to the log.
+    // Sets the position to where gathered bytes go and writes them there; a failure goes to the log.
     FSYS_LOCAL void writeGathered(unsigned bytes);
     [[nodiscard]] FSYS_LOCAL unsigned checkThatIsNoLink() const;
     FSYS_LOCAL unsigned queueWithRetries(FileRequest* request);

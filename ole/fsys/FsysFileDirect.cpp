@@ -1,5 +1,6 @@
 // The part of FsysFile that its callers play and record with: DirectRead and DirectWrite.
 
+#include "fsys/CompletionCall.h"
 #include "fsys/EngineConfig.h"
 #include "fsys/EngineState.h"
 #include "fsys/FileRequest.h"
@@ -117,7 +118,7 @@ unsigned FsysFile::writeThroughCache(Qz::Ptr<iMemHolder>& data, bool coalescable
     const unsigned m = n - k;
     if (n <= gatherLimitBytes || m == 0) {
         if (fn)
-            fn(context, data, eRequestSuccess);
+            callCompletion(fn, context, data, eRequestSuccess);
         return 1;
     }
     if (const unsigned result = flushWholeSectors(m, coalescable, fn, context, flushAsync); result != 1)

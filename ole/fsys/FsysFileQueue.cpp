@@ -282,6 +282,8 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
 void FsysFile::failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result)
 {
     Log("Failed starting request ECODE %8x\n", result);
+    if (!request->isRead())
+        tellLoss(request->position_, request->ByteCount_, result);
     subtractOutstanding(request->isRead(), request->ByteCount_);
     // From here on nothing merges into it: a caller that asks again must get a new request.
     request->beginFinish();

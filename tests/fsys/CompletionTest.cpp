@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <new>
 #include <thread>
 
 using testing::ElementsAre;
@@ -252,6 +253,36 @@ TEST_F(CompletionTest, ASuccessfulWriteLetsGoOfItsDataAndLowersTheCounters)
     EXPECT_TRUE(destroyed);
     EXPECT_EQ(0U, file->writeBytesOutstanding());
     EXPECT_EQ(FileRequest::COMPLETE, FsysFileTestAccess::writes(*file)[0]->status());
+}
+
+TEST_F(CompletionTest, AFunctionThatThrowsHurtsNobodyElse)
+{
+    FsysFile* const file = openForReading(pattern(8192));
+    FsysSetImmediateRequestHandling(false);
+    Calls first;
+    Calls last;
+    Calls none;
+    const auto throws = [](Qz::Ptr<iObject>&, Qz::Ptr<iMemHolder>&, RequestStatus) {
+        throw std::bad_alloc();
+    };
+    const auto askAll = [&] {
+        file->DirectRead(0, 512, true, &Calls::record, first.context());
+        file->DirectRead(512, 512, true, throws, none.context());
+        file->DirectRead(1024, 512, true, &Calls::record, last.context());
+        readPass();
+    };
+    askAll();
+    os.transfers().completeNext();
+    EXPECT_EQ(pattern(8192).substr(0, 512), first.last().bytes);
+    EXPECT_EQ(pattern(8192).substr(1024, 512), last.last().bytes);
+    EXPECT_THAT(logged.logs(), ElementsAre("fsys: a completion function has thrown an exception\n"));
+
+    FsysFile* const failing = openForReading(pattern(8192));
+    failing->DirectRead(0, 512, false, throws, none.context());
+    readPass();
+    os.transfers().failNext(errorFromErrno(EIO));
+    EXPECT_THAT(logged.logs(), SizeIs(2));
+    FsysSetImmediateRequestHandling(true);
 }
 
 TEST_F(CompletionTest, AFailedTransferTellsItsCallersAndLeavesItsBytesCounted)
