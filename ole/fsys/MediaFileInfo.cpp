@@ -2,7 +2,9 @@
 
 #include <mutex>
 
+#include "Qz/Utf8.h"
 #include "os/OS.h"
+#include "support/Log.h"
 
 MediaFileInfo::MediaFileInfo() = default;
 
@@ -80,7 +82,12 @@ LightweightString<wchar_t> MediaFileInfo::getLinkFileName() const { return mater
 
 bool MediaFileInfo::createLinkFile(bool overwrite) const
 {
-    return createLink(materialFilename_.getOsPath(), copyLinkedFilename(), overwrite);
+    const LightweightString<wchar_t> target = copyLinkedFilename();
+    if (toUTF8(target).size() >= linkFileSize) {
+        Log("fsys: the path of %s is too long for a link file\n", toUTF8(target).c_str());
+        return false;
+    }
+    return createLink(materialFilename_.getOsPath(), target, overwrite);
 }
 
 LightweightString<wchar_t> MediaFileInfo::readLinkedFilename() const

@@ -55,8 +55,9 @@ public:
 
     // OS path of this file; of a link file that of the link itself.
     [[nodiscard]] LightweightString<wchar_t> getLinkFileName() const;
-    // Writes this file's link with the linked name as target; result as of MaterialLink::createLink. The
-    // linked name is empty until it was read or stored.
+    // Writes this file's link with the linked name as target; result as of MaterialLink::createLink, but a
+    // name that is too long for a link is refused with a line in the log. The linked name is empty until it
+    // was read or stored.
     bool createLinkFile(bool overwrite) const;
     // What this link file points at: kept, or read now. Callers that come first at the same time each
     // read the file; one of them keeps the answer, nobody waits for another.

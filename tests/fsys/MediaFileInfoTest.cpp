@@ -197,6 +197,16 @@ TEST_F(MediaFileInfoOfALink, WritesAnEmptyLinkWhileTheTargetIsNotKnown)
     EXPECT_EQ(folder.read("a.mov"), std::string(512, '\0'));
 }
 
+TEST_F(MediaFileInfoOfALink, RefusesToWriteALinkWhoseTargetDoesNotFit)
+{
+    const MediaFileInfo info(at(link), 512);
+    const std::string before = folder.read("a.mov");
+    // Fewer than 512 characters, but more than 511 bytes.
+    info.storeLinkedFilename(std::wstring(300, L'\u00c4'));
+    EXPECT_FALSE(info.createLinkFile(true));
+    EXPECT_EQ(folder.read("a.mov"), before);
+}
+
 TEST_F(MediaFileInfoOfALink, TakesAStoredNameInsteadOfReading)
 {
     const MediaFileInfo info(at(link), 512);
