@@ -3,11 +3,13 @@
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace os;
@@ -79,6 +81,35 @@ TEST(AtomicSave, ReplacesAFileByAnotherOne)
     EXPECT_EQ(contentsOf(folder / "list"), "new");
     EXPECT_NE(statusOf(folder / "list").st_ino, before) << "written over, not replaced";
     EXPECT_EQ(entriesIn(folder.path()), 1u);
+}
+
+// Somebody who looks all the time sees no file that tells more than the one that is replaced.
+TEST(AtomicSave, GivesNobodyRightsThatTheOldFileDoesNotGive)
+{
+    const TemporaryFolder folder;
+    folder.file("list", "old");
+    fs::permissions(folder / "list", fs::perms(0640));
+    const mode_t before = ::umask(0);
+    std::atomic<bool> ends{false};
+    std::atomic<unsigned> seen{0};
+    std::atomic<mode_t> rights{0};
+    std::thread watcher([&] {
+        while (!ends)
+            for (const auto& entry : fs::directory_iterator(folder.path())) {
+                struct stat info = {};
+                if (entry.path().extension() != ".tmp" || ::lstat(entry.path().c_str(), &info) != 0)
+                    continue;
+                ++seen;
+                rights |= info.st_mode & 07777;
+            }
+    });
+    for (int i = 0; i < 1000 && (i < 5 || seen == 0); ++i)
+        EXPECT_TRUE(save(folder / "list", std::string(1 << 20, 'n')));
+    ends = true;
+    watcher.join();
+    ::umask(before);
+    EXPECT_GT(seen, 0U);
+    EXPECT_EQ(0U, rights & ~mode_t{0640});
 }
 
 TEST(AtomicSave, SavesAnEmptyFile)

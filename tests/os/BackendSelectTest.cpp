@@ -101,24 +101,37 @@ TEST(BackendSelect, MakesWhatIsAskedFor)
     }
 }
 
-TEST(BackendSelect, APortWhoseRingIsRefusedWorksOnThePool)
+namespace {
+
+void expectPoolWhere(unsigned refusal)
 {
+    SCOPED_TRACE(refusal);
     const TemporaryFolder folder;
     const Qz::Ptr<iFile> file =
         openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, false);
     NoSink sink;
     CompletionRecorder recorder;
     Qz::Ptr<iCompletionPort> port;
-    ASSERT_TRUE(runRefused(SYS_io_uring_setup, [&] {
+    const auto makePort = [&] {
         const auto backend = makeBackend(IoBackend::uring, "p", sink);
         EXPECT_NE(dynamic_cast<ThreadPoolBackend*>(backend.get()), nullptr);
         port = createLinuxCompletionPortOn(IoBackend::uring, "p", recorder.command(), 3);
-    }));
+    };
+    ASSERT_TRUE(runRefused(SYS_io_uring_setup, makePort, refusal));
     ASSERT_TRUE(port->attach(file));
     char bytes[3] = {};
     ASSERT_TRUE(file->asyncRead(0, bytes, 3, createLinuxAsyncContext(nullptr)));
     ASSERT_EQ(recorder.await(1).size(), 1U);
     EXPECT_EQ(std::string(bytes, 3), "abc");
+}
+
+}  // namespace
+
+// A sandbox, a kernel without rings, and one that has no memory or descriptors for another.
+TEST(BackendSelect, APortWhoseRingIsRefusedWorksOnThePool)
+{
+    for (const int refusal : {EPERM, ENOSYS, ENOMEM, EMFILE, EINVAL})
+        expectPoolWhere(static_cast<unsigned>(refusal));
 }
 
 // A sandbox that was set up after the choice: the ring is there and takes nothing.

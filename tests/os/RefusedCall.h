@@ -8,11 +8,11 @@
 #include <thread>
 
 // What a sandbox does: from here on the kernel refuses one system call of this thread, and of threads
-// that it starts, with EPERM. There is no way back, so use runRefused.
-inline bool refuseCall(unsigned number)
+// that it starts, with error. There is no way back, so use runRefused.
+inline bool refuseCall(unsigned number, unsigned error)
 {
     constexpr unsigned allow = SECCOMP_RET_ALLOW;
-    constexpr unsigned refuse = SECCOMP_RET_ERRNO | EPERM;
+    const unsigned refuse = SECCOMP_RET_ERRNO | error;
     sock_filter rules[] = {
         {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
         {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, number},
@@ -26,11 +26,11 @@ inline bool refuseCall(unsigned number)
 
 // Runs body on a thread of its own that is refused the call; false when the refusal cannot be set up.
 template <class Body>
-bool runRefused(unsigned number, Body body)
+bool runRefused(unsigned number, Body body, unsigned error = EPERM)
 {
     bool refused = false;
     std::thread([&] {
-        refused = refuseCall(number);
+        refused = refuseCall(number, error);
         if (refused)
             body();
     }).join();

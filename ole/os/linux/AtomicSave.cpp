@@ -89,6 +89,8 @@ public:
             const ssize_t put = ::write(file_.get(), contents.data() + done, contents.size() - done);
             if (put < 0 && errno != EINTR)
                 return errno;
+            if (put == 0)
+                return EIO;  // a server that takes nothing would be asked for ever
             done += put > 0 ? static_cast<std::size_t>(put) : 0;
             progress.step();
         }
