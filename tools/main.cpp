@@ -9,7 +9,7 @@
 
 namespace {
 
-// Each open media file takes two descriptors; the usual limit is there for programs that can count no
+// Each open media file takes up to three descriptors; the usual limit is there for programs that can count no
 // further.
 void raiseDescriptorLimit()
 {

@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
 std::string escaped(std::string_view text)
 {
     std::string result;
@@ -38,7 +40,7 @@ std::optional<std::string> unescaped(std::string_view text)
             if (++at == text.size())
                 return std::nullopt;
             character = text[at];
-            if (std::string_view("\\=#nr").find(character) == std::string_view::npos)
+            if (std::string_view("\\=#nr\xEF").find(character) == std::string_view::npos)
                 return std::nullopt;
             character = character == 'n' ? '\n' : character == 'r' ? '\r' : character;
         }
@@ -151,7 +153,9 @@ bool PreferenceStore::save()
             continue;
         }
         const std::string text = escaped(*line.key) + '=' + escaped(line.text);
-        file.appendLine(text.starts_with('#') ? '\\' + text : text);
+        // What begins so would be a comment, or taken for the mark at the start of the file.
+        const bool isMistaken = text.starts_with('#') || text.starts_with(byteOrderMark);
+        file.appendLine(isMistaken ? '\\' + text : text);
     }
     createFolders(getPath(path_));
     unsaved_ = !file.save(1);

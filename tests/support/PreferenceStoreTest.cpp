@@ -77,6 +77,14 @@ TEST_F(PreferenceStoreTest, SpecialCharactersAreWrittenWithABackslash)
     EXPECT_EQ(valueOf(PreferenceStore(path), "#k=\\"), "a=b\\c\nd\re#");
 }
 
+TEST_F(PreferenceStoreTest, AKeyThatBeginsAsAMarkOfByteOrderDoesSurvivesAtTheStartOfTheFile)
+{
+    const std::string key = "\xEF\xBB\xBFkey";
+    fileHolds("");
+    EXPECT_TRUE(PreferenceStore(path).set(key, "value"));
+    EXPECT_EQ(valueOf(PreferenceStore(path), key), "value");
+}
+
 TEST_F(PreferenceStoreTest, EveryTextSurvivesTheFile)
 {
     fileHolds("");
