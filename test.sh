@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up what is missing, builds, and runs every test; prints the totals and what was skipped, and why.
-#   ./test.sh [--quick]     --quick leaves out the sanitizer builds, the static checks and the count of instructions
+#   ./test.sh [--quick]     --quick leaves out the sanitizer builds, the static checks, the fuzz targets and the
+#                           count of instructions
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 source "$root/scripts/packages.sh"
@@ -51,6 +52,7 @@ if [ $quick = no ]; then
     build tsan
     run_tests tsan
     check "clang-tidy" scripts/check-tidy.sh build/asan
+    check "fuzz targets" fuzz/run.sh --seconds 20
     check "instructions per request" bench/guard.sh
 fi
 

@@ -8,3 +8,11 @@ elseif(FSYS_SANITIZE STREQUAL "thread")
 elseif(FSYS_SANITIZE)
   message(FATAL_ERROR "FSYS_SANITIZE is '${FSYS_SANITIZE}'; use address-undefined, thread or nothing")
 endif()
+
+# What the fuzzer learns from an input comes from counters in the libraries.
+if(FSYS_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT FSYS_SANITIZE STREQUAL "address-undefined")
+    message(FATAL_ERROR "FSYS_FUZZ needs clang and FSYS_SANITIZE=address-undefined: use the preset fuzz")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -24,6 +24,7 @@ test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-forma
     strace)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3
     python3-matplotlib)
+fuzz_packages=(clang-14 libclang-rt-14-dev libclang-common-14-dev)
 guard_packages=(python3 valgrind)
 
 # Compiler launcher for cmake; objects that did not change are not compiled again, whatever the folder.
