@@ -176,6 +176,9 @@ void Schedule::open()
     auto file = std::make_unique<OpenFile>();
     file->writes = writes;
     file->number = number;
+    // What is still under way since an earlier close may arrive at any time.
+    for (const fake::HeldTransfer& transfer : os_.transfers().held())
+        file->isExact = file->isExact && transfer.path != pathOf(writes, number);
     if (writes)
         file->model = WriteModel(os_.files().contents(pathOf(true, number)));
     const unsigned coalesce = chance(30) ? 0 : 1U << (12 + upTo(8));
@@ -204,8 +207,10 @@ void Schedule::read(OpenFile& file, bool fromCallback)
          (fromCallback ? " by a callback" : ""));
     // The call may answer at once.
     request.accepted = true;
-    const unsigned result =
-        file.file->DirectRead(static_cast<long>(position), bytes, coalescable, &Caller::completed, context);
+    const bool asRequest = chance(15);
+    const unsigned result = asRequest ? queue(file, position, bytes, coalescable, context)
+                                      : file.file->DirectRead(static_cast<long>(position), bytes, coalescable,
+                                                              &Caller::completed, context);
     const std::lock_guard<std::recursive_mutex> hold(guard_);
     request.inCall = false;
     request.accepted = result == 1;
@@ -213,7 +218,21 @@ void Schedule::read(OpenFile& file, bool fromCallback)
     if (!fromCallback)
         check(result == 1 || (result == 8 && deferred > 60) || (result == 0 && listed > 40),
               "a read is refused for no reason");
-    check(result != 1 || deferred <= 60, "a read is accepted although too many are put off");
+    check(result != 1 || asRequest || deferred <= 60, "a read is accepted although too many are put off");
+}
+
+// The longer way that a read can take, on which whole requests are joined.
+unsigned Schedule::queue(OpenFile& file, std::uint64_t position, unsigned bytes, bool coalescable,
+                         const Qz::Ptr<iObject>& context)
+{
+    auto* const request = new FileRequest(true, bytes, position, coalescable, false, Qz::Ptr<iMemHolder>(),
+                                          file.file, &Caller::completed, context);
+    if (file.file->SatisfyFromCache(request) == 1)
+        return 1;
+    const unsigned result = file.file->QueueReadRequest(request);
+    if (result != 1)
+        FileRequest::destroy(request);
+    return result;
 }
 
 void Schedule::write(OpenFile& file)

@@ -67,6 +67,8 @@ private:
     void stepWhileWaiting();
     void open();
     void read(OpenFile& file, bool fromCallback);
+    static unsigned queue(OpenFile& file, std::uint64_t position, unsigned bytes, bool coalescable,
+                          const Qz::Ptr<iObject>& context);
     void write(OpenFile& file);
     void writeNow(OpenFile& file);
     void seek(OpenFile& file);
