@@ -224,10 +224,10 @@ TEST(SaveOnAFullDisk, OfATextFileKeepsTheOldOneAtEachByte)
 
 TEST(SaveOnAFullDisk, OfAPreferenceKeepsTheOldOnesAtEachByte)
 {
-    // The preferences of a process have one place, so this one goes where FSYS_PREFS says: into its folder.
-    const char* const path = std::getenv("FSYS_PREFS");
-    ASSERT_NE(nullptr, path);
-    fs::create_directories(fs::path(path).parent_path());
+    // Before their first use; the preferences of a process have one place.
+    const TemporaryFolder folder;
+    const std::string path = folder / "preferences";
+    ASSERT_EQ(0, ::setenv("FSYS_PREFS", path.c_str(), 1));
     ASSERT_TRUE(prefs().setPreference("colour", L"grey"));
     const std::string value(400, 'x');
     const std::size_t bytes = contentsOf(path).size() + std::string("value=\n").size() + value.size();

@@ -41,7 +41,7 @@ for what in files folders; do
 done
 step "$here/failing_test.py"
 for kind in ext4 tmpfs; do
-    FSYS_PREFS=$(mktemp -d)/preferences step "$here/../system/with_file_system.sh" $kind \
+    step "$here/../system/with_file_system.sh" $kind \
         "$build/tests/crash/crash_tests" --gtest_filter='SaveOnAFullDisk.*' --gtest_brief=1
 done
 for kind in small small-xfs small-tmpfs quota; do

@@ -109,10 +109,17 @@ void Control::step()
     }
 }
 
+void Control::refill()
+{
+    ++studio_.refillsBegun;
+    SystemCache::initialise(true);
+    ++studio_.refillsEnded;
+}
+
 void Control::scanAll()
 {
     const ClipPtr clip = studio_.catalog.pick(random_);
-    SystemCache::initialise(true);
+    refill();
     ++studio_.report.scans;
     if (clip)
         expectKnown(clip);
@@ -181,7 +188,7 @@ void Control::checkAtRest()
         DiskManager::init(fromUTF8(studio_.space), true);
         registered_ = 0;
     }
-    SystemCache::initialise(true);
+    refill();
     const std::vector<ClipPtr> clips = studio_.catalog.all();
     for (const ClipPtr& clip : clips)
         expectKnown(clip);

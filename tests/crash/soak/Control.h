@@ -25,6 +25,7 @@ public:
     void checkAtRest();
 
 private:
+    void refill();
     void scanAll();
     void scanOne();
     void renameOne();

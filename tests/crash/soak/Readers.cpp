@@ -35,9 +35,10 @@ public:
 
     void run()
     {
-        // While the index is filled anew it does not know the clip.
+        const std::uint64_t refilled = studio_.refillsEnded;
         auto reader = std::make_unique<MediaReader>(clip_->cookie, DecodeFormat(eHighRes));
-        if (!reader->isOpen() && reader->openError().code == MediaErrorCode::unknownClip) {
+        // While the index is filled anew it may not know the clip, or not know its file yet.
+        if (!reader->isOpen() && studio_.refillsBegun != refilled) {
             ++studio_.report.notYetIndexed;
             reader = std::make_unique<MediaReader>(clip_->path);
         }

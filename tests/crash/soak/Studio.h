@@ -104,6 +104,9 @@ struct Studio
     Rests rests;
     Probes& probes;
     std::atomic<std::uint64_t> nextNumber{1};
+    // How often the index was emptied and filled anew. Meanwhile it is half filled for everybody.
+    std::atomic<std::uint64_t> refillsBegun{0};
+    std::atomic<std::uint64_t> refillsEnded{0};
 
     Studio(std::uint64_t theSeed, unsigned workers, Probes& theProbes)
         : seed(theSeed), rests(workers), probes(theProbes)
