@@ -26,7 +26,8 @@ public:
     [[nodiscard]] virtual eType getType() const = 0;
     // Bytes; 512 when the device does not say. 0 only from platforms that know no better.
     [[nodiscard]] virtual std::uint32_t getSectorSize() const = 0;
-    // Bytes that the caller may still fill, and all bytes of the volume; 0 when not known.
+    // Bytes that the caller may still fill, and all bytes of the volume; 0 when not known yet. A server that
+    // keeps no account of its space counts as a terabyte, all of it free.
     [[nodiscard]] virtual std::uint64_t getFreeBytes() const = 0;
     [[nodiscard]] virtual std::uint64_t getTotalBytes() const = 0;
     // True for volumes that carry the system itself; media is never discovered there.

@@ -24,6 +24,9 @@ struct FILE_INFO
 // Lifetime:   closed by the last reference. Accepted transfers finish on references of their own, and
 //             their completions are still delivered.
 // Errors:     an operation that fails sets the thread's last error (LastError.h).
+// Time:       on network and user-space file systems operations end as those of iFileManager do; synchronous
+//             reads, writes and flushes after a minute. An asynchronous transfer ends when the server
+//             answers.
 // Positions:  bytes from the start; a position above 2^63 - 1 fails with EINVAL.
 class OS_API iFile : public iObject
 {

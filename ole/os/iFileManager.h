@@ -18,8 +18,9 @@
 //             backslashes read as separators, because parts of network names may have kept them.
 // Threads:    any.
 // Errors:     operations that fail set the thread's last error (LastError.h).
-// Time:       operations on network and user-space file systems end within 2 seconds; one that does not
-//             finish fails with ETIMEDOUT and goes on alone. Opening and transfers are not bounded.
+// Time:       operations on network and user-space file systems end within 2 seconds, or what the thread's
+//             Patience says; one that does not finish fails with ETIMEDOUT and goes on alone. Until it has
+//             ended, others on the same mount fail at once, unless they are patient.
 class OS_API iFileManager
 {
 public:

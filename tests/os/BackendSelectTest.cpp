@@ -108,7 +108,7 @@ void expectPoolWhere(unsigned refusal)
     SCOPED_TRACE(refusal);
     const TemporaryFolder folder;
     const Qz::Ptr<iFile> file =
-        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, false);
+        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, nullptr);
     NoSink sink;
     CompletionRecorder recorder;
     Qz::Ptr<iCompletionPort> port;
@@ -142,7 +142,7 @@ TEST(BackendSelect, TransfersThatTheRingDoesNotTakeFailAndAreReported)
     const Qz::Ptr<iCompletionPort> port =
         createLinuxCompletionPortOn(IoBackend::uring, "p", recorder.command(), 3);
     const Qz::Ptr<iFile> file =
-        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, false);
+        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, nullptr);
     ASSERT_TRUE(port->attach(file));
     if (backendChoice().backend != IoBackend::uring)
         GTEST_SKIP() << "no io_uring here";

@@ -1,6 +1,8 @@
 #include "os/linux/BoundedCalls.h"
 
 #include "os/LastError.h"
+#include "os/Patience.h"
+#include "os/linux/CallLane.h"
 
 #include <cerrno>
 #include <chrono>
@@ -204,4 +206,83 @@ TEST(BoundedCalls, ServesManyThreadsAtOnce)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(sum, 400);
+}
+
+// --- patience
+
+TEST(BoundedCalls, APatientCallerWaitsForAStuckMount)
+{
+    BoundedCalls calls(brief);
+    Hang hang;
+    ASSERT_FALSE(calls.call<int>("a", hang.call()));
+    auto patient = std::async(std::launch::async, [&calls] {
+        const Patience patience(endless);
+        return calls.call<int>("a", answer);
+    });
+    EXPECT_EQ(patient.wait_for(std::chrono::milliseconds(3 * brief)), std::future_status::timeout);
+    hang.letGo();
+    EXPECT_EQ(patient.get(), 42);
+}
+
+TEST(BoundedCalls, PatienceReplacesTheLimitInBothDirections)
+{
+    Hang hang;
+    {
+        BoundedCalls calls(endless);
+        const Patience patience(brief);
+        EXPECT_FALSE(calls.call<int>("a", hang.call()));
+        EXPECT_EQ(lastError(), errorFromErrno(ETIMEDOUT));
+    }
+    hang.letGo();
+}
+
+TEST(BoundedCalls, CallersAreRefusedWhileNoThreadComesBack)
+{
+    BoundedCalls calls(brief);
+    std::vector<std::unique_ptr<Hang>> hangs;
+    std::vector<std::future<std::optional<int>>> busy;
+    for (int i = 0; i < 4; ++i) {
+        hangs.push_back(std::make_unique<Hang>());
+        busy.push_back(std::async(std::launch::async, [&calls, hang = hangs.back().get()] {
+            const Patience patience(endless);
+            return calls.call<int>("a", hang->call());
+        }));
+        hangs.back()->waitUntilStarted();
+    }
+    EXPECT_FALSE(calls.call<int>("a", answer)) << "after its time";
+    calls.setLimit(endless);
+    EXPECT_FALSE(calls.call<int>("a", answer)) << "at once, or this would never end";
+    for (auto& hang : hangs)
+        hang->letGo();
+    for (auto& one : busy)
+        EXPECT_EQ(one.get(), 1);
+    EXPECT_EQ(callWhenFree(calls, "a"), 42);
+}
+
+TEST(CallLane, WhatGivesSomethingBackRunsWhenTheMountAnswersAgain)
+{
+    const auto lane = std::make_shared<CallLane>(1);
+    Hang hang;
+    const auto work = hang.call();
+    EXPECT_FALSE(
+        lane->run([work](Progress& progress) { work(progress); }, {std::chrono::milliseconds(brief)}));
+    auto done = std::make_shared<std::promise<void>>();
+    const std::future<void> ended = done->get_future();
+    lane->end([done] { done->set_value(); }, std::chrono::milliseconds(endless));  // does not wait
+    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(brief)), std::future_status::timeout);
+    hang.letGo();
+    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(endless)), std::future_status::ready);
+}
+
+TEST(CallLane, WhatGivesSomethingBackIsWaitedForWhereTheMountAnswers)
+{
+    const auto lane = std::make_shared<CallLane>(1);
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    lane->end(
+        [done] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(brief));
+            *done = true;
+        },
+        std::chrono::milliseconds(endless));
+    EXPECT_TRUE(*done);
 }

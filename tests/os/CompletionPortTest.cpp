@@ -1,6 +1,7 @@
 #include "os/CompletionPortHandler.h"
 
 #include "CompletionRecorder.h"
+#include "TestServer.h"
 #include "common/TemporaryFolder.h"
 #include "os/BusyWait.h"
 #include "os/Codes.h"
@@ -58,7 +59,7 @@ protected:
     Qz::Ptr<iFile> openAttached(const Qz::Ptr<PortState>& port, const std::string& path)
     {
         const Qz::Ptr<iFile> file =
-            openLinuxFile(path, os::accessRead, os::creationOpen, os::modeAsync, false);
+            openLinuxFile(path, os::accessRead, os::creationOpen, os::modeAsync, nullptr);
         EXPECT_TRUE(dynamic_cast<LinuxFile&>(*file).attachTo(port));
         return file;
     }
@@ -271,7 +272,7 @@ TEST_P(Ports, EndingOnAThreadOfTheirOwnStillWaitsForTheOthers)
     const std::string pipePath = folder_ / "pipe";
     ASSERT_EQ(mkfifo(pipePath.c_str(), 0600), 0);
     const Qz::Ptr<SharedDescriptor> pipe(
-        new SharedDescriptor(::open(pipePath.c_str(), O_RDWR | O_CLOEXEC), false));
+        new SharedDescriptor(::open(pipePath.c_str(), O_RDWR | O_CLOEXEC), nullptr));
     Qz::Ptr<PortState> port;
     std::string late(1, '\0');
     std::atomic<bool> lateCame{false};
@@ -411,7 +412,7 @@ TEST(ThreadPool, FilesOfADeadServerLeaveWorkersForTheOthers)
     const std::string pipePath = folder / "pipe";
     ASSERT_EQ(mkfifo(pipePath.c_str(), 0600), 0);
     const Qz::Ptr<SharedDescriptor> dead(
-        new SharedDescriptor(::open(pipePath.c_str(), O_RDWR | O_CLOEXEC), true));
+        new SharedDescriptor(::open(pipePath.c_str(), O_RDWR | O_CLOEXEC), testServer()));
     const unsigned stuck = 2 * ThreadPoolBackend::workersMax;
     std::vector<std::string> bytes(stuck, std::string(1, '\0'));
     for (std::string& byte : bytes) {
@@ -420,7 +421,7 @@ TEST(ThreadPool, FilesOfADeadServerLeaveWorkersForTheOthers)
         ASSERT_TRUE(port->submit(context));
     }
     const Qz::Ptr<iFile> file =
-        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, false);
+        openLinuxFile(folder.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, nullptr);
     ASSERT_TRUE(dynamic_cast<LinuxFile&>(*file).attachTo(port));
     std::string buffer(3, '\0');
     ASSERT_TRUE(file->asyncRead(0, buffer.data(), 3, createLinuxAsyncContext(&buffer)));

@@ -22,7 +22,7 @@ constexpr unsigned asyncUnbuffered = os::modeAsync | os::modeUnbuffered;
 
 Qz::Ptr<iFile> openPlain(const std::string& path, unsigned access, unsigned creation = os::creationOpen)
 {
-    return openLinuxFile(path, access, creation, os::modePlain, false);
+    return openLinuxFile(path, access, creation, os::modePlain, nullptr);
 }
 
 // Descriptors of this process.
@@ -64,7 +64,7 @@ class LinuxFileTransfers : public testing::TestWithParam<IoBackend>
 protected:
     Qz::Ptr<iFile> openAttached(const std::string& path, unsigned access, unsigned mode)
     {
-        const Qz::Ptr<iFile> file = openLinuxFile(path, access, os::creationOpen, mode, false);
+        const Qz::Ptr<iFile> file = openLinuxFile(path, access, os::creationOpen, mode, nullptr);
         EXPECT_TRUE(port_->attach(file));
         return file;
     }
@@ -82,7 +82,7 @@ TEST(LinuxFile, DescriptorsAreNotInheritedByOtherPrograms)
     const TemporaryFolder folder;
     const std::set<int> before = openDescriptors();
     const Qz::Ptr<iFile> file =
-        openLinuxFile(folder / "f", os::accessReadWrite, os::creationNew, asyncUnbuffered, false);
+        openLinuxFile(folder / "f", os::accessReadWrite, os::creationNew, asyncUnbuffered, nullptr);
     ASSERT_TRUE(file);
     unsigned opened = 0;
     for (const int fd : openDescriptors()) {
@@ -177,7 +177,7 @@ TEST(LinuxFile, SettingTheOwnerMakesTheFileTheCallersAndNeverFailsTheOpen)
         ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
     }
     const Qz::Ptr<iFile> file = openLinuxFile(path, os::accessWrite, os::creationOpenOrNew,
-                                              asyncUnbuffered | os::modeSetOwner, false);
+                                              asyncUnbuffered | os::modeSetOwner, nullptr);
     ASSERT_TRUE(file);
     struct stat status = {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
@@ -281,7 +281,7 @@ TEST_P(LinuxFileTransfers, AContextThatIsUnderWayOrMissingIsRefused)
     const Qz::Ptr<iCompletionPort> port =
         createLinuxCompletionPortOn(GetParam(), "linuxfile", recorder.command(), 3);
     const Qz::Ptr<iFile> file =
-        openLinuxFile(folder_.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, false);
+        openLinuxFile(folder_.file("f", "abc"), os::accessRead, os::creationOpen, os::modeAsync, nullptr);
     ASSERT_TRUE(port->attach(file));
     char byte = 0;
     EXPECT_FALSE(file->asyncRead(0, &byte, 1, nullptr));
@@ -290,7 +290,7 @@ TEST_P(LinuxFileTransfers, AContextThatIsUnderWayOrMissingIsRefused)
     // Taken by hand, as the port takes it: no completion can free it before the second start.
     auto* context = new LinuxAsyncContext(nullptr);
     const Qz::Ptr<iAsyncContext> held(context);
-    const Qz::Ptr<SharedDescriptor> descriptor(new SharedDescriptor(open("/dev/null", O_RDONLY), false));
+    const Qz::Ptr<SharedDescriptor> descriptor(new SharedDescriptor(open("/dev/null", O_RDONLY), nullptr));
     ASSERT_TRUE(context->begin(descriptor, Transfer()));
     EXPECT_FALSE(file->asyncRead(0, &byte, 1, held));
     EXPECT_EQ(lastError(), errorFromErrno(EBUSY));
@@ -351,7 +351,7 @@ TEST_P(LinuxFileTransfers, AReadClearsWhatItDidNotFill)
     // A descriptor for writing only: the kernel refuses the read.
     const std::string path = folder_.file("g", "abc");
     const Qz::Ptr<SharedDescriptor> writeOnly(
-        new SharedDescriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC), false));
+        new SharedDescriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC), nullptr));
     const Qz::Ptr<iFile> refused(new LinuxFile(writeOnly, os::modeAsync));
     ASSERT_TRUE(port_->attach(refused));
     std::string failed(1000, 'z');

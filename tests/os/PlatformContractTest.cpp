@@ -1,6 +1,7 @@
 // The platforms that the contract suite runs on, and what it says about files.
 
 #include "PlatformContract.h"
+#include "TestServer.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 #include "os/linux/BackendSelect.h"
@@ -23,7 +24,9 @@ namespace {
 class LinuxPlatform : public ContractPlatform
 {
 public:
-    LinuxPlatform(IoBackend backend, bool forceWorkers) : backend_(backend), forceWorkers_(forceWorkers) {}
+    LinuxPlatform(IoBackend backend, bool onServer)
+        : backend_(backend), server_(onServer ? testServer() : nullptr)
+    {}
 
     std::string missing() override
     {
@@ -35,7 +38,7 @@ public:
     }
     Qz::Ptr<iFile> open(const std::string& name, unsigned access, unsigned creation, unsigned mode) override
     {
-        return openLinuxFile(folder_ / name, access, creation, mode, forceWorkers_);
+        return openLinuxFile(folder_ / name, access, creation, mode, server_);
     }
     void makeFolder(const std::string& name) override { folder_.folder(name); }
     void makePipe(const std::string& name) override { ASSERT_EQ(mkfifo((folder_ / name).c_str(), 0600), 0); }
@@ -50,7 +53,7 @@ public:
 
 private:
     const IoBackend backend_;
-    const bool forceWorkers_;
+    const std::shared_ptr<const os::FileServer> server_;
     TemporaryFolder folder_;
 };
 
@@ -86,10 +89,10 @@ private:
     FakeOS os_{FakeOS::Mode::realThreads};
 };
 
-template <IoBackend backend, bool forceWorkers>
+template <IoBackend backend, bool onServer>
 std::unique_ptr<ContractPlatform> makeLinux()
 {
-    return std::make_unique<LinuxPlatform>(backend, forceWorkers);
+    return std::make_unique<LinuxPlatform>(backend, onServer);
 }
 
 std::unique_ptr<ContractPlatform> makeFake() { return std::make_unique<FakePlatform>(); }

@@ -103,7 +103,7 @@ protected:
     static Qz::Ptr<iFile> openAttached(const Qz::Ptr<PortState>& port, const std::string& path)
     {
         const Qz::Ptr<iFile> file =
-            openLinuxFile(path, os::accessReadWrite, os::creationOpen, os::modeAsync, false);
+            openLinuxFile(path, os::accessReadWrite, os::creationOpen, os::modeAsync, nullptr);
         EXPECT_TRUE(dynamic_cast<LinuxFile&>(*file).attachTo(port));
         return file;
     }

@@ -1,6 +1,7 @@
 #include "os/linux/Transfer.h"
 
 #include "Qz/Ptr.h"
+#include "TestServer.h"
 #include "common/TemporaryFolder.h"
 #include "os/linux/SharedDescriptor.h"
 
@@ -24,7 +25,7 @@ protected:
     std::string memory_;
     TemporaryFolder folder_;
     const Qz::Ptr<SharedDescriptor> descriptor_{
-        new SharedDescriptor(::open(folder_.file("f").c_str(), O_RDWR | O_CLOEXEC), false)};
+        new SharedDescriptor(::open(folder_.file("f").c_str(), O_RDWR | O_CLOEXEC), nullptr)};
 };
 
 }  // namespace
@@ -206,7 +207,7 @@ TEST_F(UnbufferedTransfer, ARefusalOfTheFileSystemIsAnsweredByABufferedTry)
 TEST_F(UnbufferedTransfer, FilesOfServersThatMayStopAnsweringStayBuffered)
 {
     const Qz::Ptr<SharedDescriptor> slow(
-        new SharedDescriptor(::open(folder_.file("slow").c_str(), O_RDWR | O_CLOEXEC), true));
+        new SharedDescriptor(::open(folder_.file("slow").c_str(), O_RDWR | O_CLOEXEC), testServer()));
     slow->enableDirect();
     EXPECT_LT(slow->directFd(), 0);
     Transfer transfer(slow.get(), TransferKind::read, 0, block_, 65536);
@@ -217,7 +218,7 @@ TEST(SharedDescriptor, BothDescriptorsCloseOnExecAndWithTheLastReference)
 {
     const TemporaryFolder folder;
     Qz::Ptr<SharedDescriptor> file(
-        new SharedDescriptor(::open(folder.file("f").c_str(), O_RDWR | O_CLOEXEC), false));
+        new SharedDescriptor(::open(folder.file("f").c_str(), O_RDWR | O_CLOEXEC), nullptr));
     file->enableDirect();
     const int fd = file->fd();
     const int direct = file->directFd();

@@ -1,8 +1,17 @@
 #include "os/linux/BoundedCalls.h"
 
+#include "os/Patience.h"
 #include "os/linux/CallLane.h"
+#include "os/linux/FileServer.h"
 
 namespace os {
+
+namespace {
+
+constexpr unsigned questionsAtOnce = 4;
+constexpr unsigned transfersAtOnce = 16;
+
+}  // namespace
 
 BoundedCalls::BoundedCalls(unsigned limitMs) : limitMs_(limitMs) {}
 
@@ -10,15 +19,30 @@ BoundedCalls::~BoundedCalls() = default;
 
 bool BoundedCalls::run(const std::string& lane, std::function<void(Progress&)> work)
 {
-    return laneOf(lane)->run(std::move(work), std::chrono::milliseconds(limitMs_.load()));
+    const std::chrono::milliseconds limit(Patience::limitMs(limitMs_.load()));
+    return laneOf(lane)->run(std::move(work), {limit, Patience::isSet()});
+}
+
+std::shared_ptr<const FileServer> BoundedCalls::serverOf(const std::string& lane)
+{
+    // Not in one lane: a long transfer is no reason to call the server dead, and a stuck question none to
+    // fail a transfer that may be patient.
+    return std::make_shared<const FileServer>(laneOf(lane), laneIn(transferLanes_, lane, transfersAtOnce),
+                                              limitMs_.load());
 }
 
 std::shared_ptr<CallLane> BoundedCalls::laneOf(const std::string& name)
 {
+    return laneIn(lanes_, name, questionsAtOnce);
+}
+
+std::shared_ptr<CallLane> BoundedCalls::laneIn(std::map<std::string, std::shared_ptr<CallLane>>& lanes,
+                                               const std::string& name, unsigned threadsMax)
+{
     const std::lock_guard guard(lock_);
-    std::shared_ptr<CallLane>& lane = lanes_[name];
+    std::shared_ptr<CallLane>& lane = lanes[name];
     if (!lane)
-        lane = std::make_shared<CallLane>();
+        lane = std::make_shared<CallLane>(threadsMax);
     return lane;
 }
 

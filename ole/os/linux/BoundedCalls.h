@@ -13,6 +13,7 @@
 namespace os {
 
 class CallLane;
+class FileServer;
 
 // Progress: how a long call shows that it still moves.
 //
@@ -52,7 +53,8 @@ private:
 //
 // Threads:    any. A few calls of one lane may run at the same time.
 // Ownership:  work is copied and may outlive the caller: it must own all that it uses.
-// Units:      milliseconds without a step of progress; a call that goes on stepping may take longer.
+// Units:      milliseconds without a step of progress; a call that goes on stepping may take longer. A
+//             thread may have another limit (Patience.h).
 // Errors:     the last error of the work becomes the caller's; ETIMEDOUT when it was given up.
 // Lifetime:   threads are never joined; one that is stuck ends with the process.
 class BoundedCalls
@@ -73,15 +75,21 @@ public:
         return std::move(*result);
     }
 
+    // What an open file asks the server of a lane with.
+    [[nodiscard]] std::shared_ptr<const FileServer> serverOf(const std::string& lane);
+
     void setLimit(unsigned limitMs) { limitMs_ = limitMs; }
 
 private:
     bool run(const std::string& lane, std::function<void(Progress&)> work);
     std::shared_ptr<CallLane> laneOf(const std::string& name);
+    std::shared_ptr<CallLane> laneIn(std::map<std::string, std::shared_ptr<CallLane>>& lanes,
+                                     const std::string& name, unsigned threadsMax);
 
     std::atomic<unsigned> limitMs_;
     std::mutex lock_;
     std::map<std::string, std::shared_ptr<CallLane>> lanes_;
+    std::map<std::string, std::shared_ptr<CallLane>> transferLanes_;
 };
 
 }  // namespace os

@@ -12,34 +12,70 @@ namespace os {
 
 namespace {
 
-constexpr unsigned threadsMax = 4;
 constexpr std::chrono::seconds idleMax{10};
 
 }  // namespace
 
-bool CallLane::run(std::function<void(Progress&)> work, std::chrono::milliseconds limit)
+bool CallLane::run(std::function<void(Progress&)> work, const Terms& terms)
 {
-    std::unique_lock held(lock_);
-    if (stuck_ > 0) {
+    Held held(lock_);
+    if (isStuck() && !(terms.isPatient && waitUntilFree(held, terms.limit))) {
         setLastErrno(ETIMEDOUT);
         return false;
     }
+    const CallPtr call = add(std::move(work));
+    if (!call) {
+        setLastErrno(EAGAIN);
+        return false;
+    }
+    if (waitFor(held, call, terms.limit))
+        return true;
+    giveUp(call);
+    setLastErrno(ETIMEDOUT);
+    return false;
+}
+
+void CallLane::end(const std::function<void()>& work, std::chrono::milliseconds limit)
+{
+    Held held(lock_);
+    const bool wasStuck = isStuck();
+    const CallPtr call = add([work](Progress&) { work(); });
+    if (!call) {  // no threads at all: late is better than never
+        held.unlock();
+        work();
+        return;
+    }
+    if (wasStuck || waitFor(held, call, limit))
+        return;
+    // Given up, and not taken back.
+    if (call->state == State::running)
+        giveUp(call);
+    else
+        jammed_ = true;
+}
+
+bool CallLane::waitUntilFree(Held& held, std::chrono::milliseconds limit)
+{
+    return callEnded_.wait_for(held, limit, [this] { return !isStuck(); });
+}
+
+CallLane::CallPtr CallLane::add(std::function<void(Progress&)> work)
+{
     const auto call = std::make_shared<Call>();
     call->work = std::move(work);
     call->error = lastError();
     waiting_.push_back(call);
     if (!startThreadIfNeeded()) {
         waiting_.pop_back();
-        setLastErrno(EAGAIN);
-        return false;
+        return {};
     }
     workWaits_.notify_one();
-    return waitFor(held, call, limit);
+    return call;
 }
 
 bool CallLane::startThreadIfNeeded()
 {
-    if (idle_ >= waiting_.size() || threads_ >= threadsMax)
+    if (idle_ >= waiting_.size() || threads_ >= threadsMax_)
         return true;
     try {
         std::thread([lane = shared_from_this()] { lane->serve(); }).detach();
@@ -50,8 +86,7 @@ bool CallLane::startThreadIfNeeded()
     }
 }
 
-bool CallLane::waitFor(std::unique_lock<std::mutex>& held, const CallPtr& call,
-                       std::chrono::milliseconds limit)
+bool CallLane::waitFor(Held& held, const CallPtr& call, std::chrono::milliseconds limit)
 {
     for (;;) {
         const unsigned long steps = call->progress.steps();
@@ -59,11 +94,8 @@ bool CallLane::waitFor(std::unique_lock<std::mutex>& held, const CallPtr& call,
             setLastError(call->error);
             return true;
         }
-        if (call->progress.steps() == steps) {
-            giveUp(call);
-            setLastErrno(ETIMEDOUT);
+        if (call->progress.steps() == steps)
             return false;
-        }
     }
 }
 
@@ -71,6 +103,7 @@ void CallLane::giveUp(const CallPtr& call)
 {
     if (call->state == State::waiting) {
         waiting_.erase(std::find(waiting_.begin(), waiting_.end(), call));
+        jammed_ = true;
         return;
     }
     call->givenUp = true;
@@ -109,6 +142,7 @@ void CallLane::execute(std::unique_lock<std::mutex>& held, Call& call)
     held.lock();
     call.error = error;
     call.state = State::done;
+    jammed_ = false;
     if (call.givenUp)
         --stuck_;
     callEnded_.notify_all();

@@ -16,13 +16,19 @@ namespace os {
 
 namespace {
 
-std::optional<DiskSpace> spaceAt(const std::string& mountPoint)
+// Some servers keep no account of space and report a volume of no blocks. It is not full: nobody knows. It
+// gets a figure that rules about free space let pass.
+constexpr DiskSpace unknownSpace{std::uint64_t{1} << 40, std::uint64_t{1} << 40};
+
+std::optional<DiskSpace> spaceAt(const std::string& mountPoint, bool isServer)
 {
     struct statvfs info = {};
     if (::statvfs(mountPoint.c_str(), &info) != 0) {
         setLastErrno(errno);
         return {};
     }
+    if (isServer && info.f_blocks == 0)
+        return unknownSpace;
     return DiskSpace{bytesOfBlocks(info.f_bavail, info.f_frsize),
                      bytesOfBlocks(info.f_blocks, info.f_frsize)};
 }
@@ -89,10 +95,10 @@ bool LinuxDisk::measure(DiskSpace& space) const
     std::optional<DiskSpace> measured;
     if (mayHang(mount_.fsType)) {
         const auto answer = services_.calls.call<std::optional<DiskSpace>>(
-            laneName(mount_), [point = mount_.mountPoint](Progress&) { return spaceAt(point); });
+            laneName(mount_), [point = mount_.mountPoint](Progress&) { return spaceAt(point, true); });
         measured = answer.value_or(std::nullopt);
     } else {
-        measured = spaceAt(mount_.mountPoint);
+        measured = spaceAt(mount_.mountPoint, false);
     }
     if (measured)
         space = *measured;

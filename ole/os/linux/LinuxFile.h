@@ -4,6 +4,7 @@
 #include "os/iFile.h"
 #include "os/linux/SharedDescriptor.h"
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -14,6 +15,8 @@ class PortState;
 // Threads:    any. mutex_ guards which descriptor and port are in use, never a transfer.
 // Ownership:  shares its descriptor with the transfers that it started, so that closing the file leaves
 //             them whole.
+// Servers:    where the file system has one that may stop answering, every call goes through FileServer,
+//             and bytes through memory of our own: the kernel may still use it when the call is given up.
 class LinuxFile final : public iFile
 {
 public:
@@ -41,6 +44,9 @@ public:
 
 private:
     Qz::Ptr<SharedDescriptor> descriptor() const;
+    // What question(descriptor) answers; failed when the file is closed or its server gave no answer.
+    template <class Result, class Question>
+    Result ask(Result failed, Question question);
     bool transferNow(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
                      std::size_t* done);
     bool startTransfer(TransferKind kind, std::uint64_t position, void* buffer, std::size_t count,
@@ -54,8 +60,9 @@ private:
 };
 
 // Opens a path that is given as the kernel takes it; codes in Codes.h. Never truncates, never waits for
-// the other end of a pipe, refuses folders. forceWorkers is for file systems whose server may stop
-// answering (network, FUSE): transfers never run inside the call that starts them, and none is unbuffered.
-// Empty on failure, last error set.
+// the other end of a pipe, refuses folders. server is for file systems whose server may stop answering
+// (network, FUSE), else null: transfers never run inside the call that starts them, and none is unbuffered.
+// This call itself waits for the server as long as it takes. Empty on failure, last error set.
 [[nodiscard]] Qz::Ptr<iFile> openLinuxFile(const std::string& utf8Path, unsigned access, unsigned creation,
-                                           unsigned mode, bool forceWorkers);
+                                           unsigned mode,
+                                           const std::shared_ptr<const os::FileServer>& server);

@@ -7,6 +7,7 @@
 #include "os/linux/DeleteTree.h"
 #include "os/linux/DirectoryListing.h"
 #include "os/linux/DurableRename.h"
+#include "os/linux/FileServer.h"
 #include "os/linux/FileSystemKinds.h"
 #include "os/linux/LinuxAsyncContext.h"
 #include "os/linux/LinuxFile.h"
@@ -140,7 +141,15 @@ Qz::Ptr<iFile> LinuxFileManager::open(const Path& path, unsigned access, unsigne
             setLastErrno(ENOENT);
         return {};
     }
-    return openLinuxFile(named, access, creation, mode, placeOf(named).server != nullptr);
+    const Place place = placeOf(named);
+    if (!place.server)
+        return openLinuxFile(named, access, creation, mode, nullptr);
+    const std::shared_ptr<const FileServer> server = calls_.serverOf(laneName(*place.server));
+    return server
+        ->ask<Qz::Ptr<iFile>>([named, access, creation, mode, server] {
+            return openLinuxFile(named, access, creation, mode, server);
+        })
+        .value_or(Qz::Ptr<iFile>());
 }
 
 bool LinuxFileManager::isOpenedDirectly(const Path& path)

@@ -1,6 +1,7 @@
 #include "os/linux/PortState.h"
 
 #include "os/LastError.h"
+#include "os/Patience.h"
 #include "os/linux/SubmissionHold.h"
 #include "os/linux/ThreadName.h"
 
@@ -25,6 +26,8 @@ constexpr unsigned roundsInMean = 8;
 // A thread copies as much in the time in which another one wakes up and begins.
 constexpr std::size_t bytesForHelp = std::size_t{1024} * 1024;
 
+constexpr unsigned stuckLimitMs = 2000;
+
 constexpr auto betweenLooks = std::chrono::milliseconds(2);
 constexpr unsigned looksUntilGrowth = 50;
 constexpr unsigned looksUntilRest = 50;
@@ -39,10 +42,12 @@ PortState::PortState(IoBackend backend, const char* name, const IOCompletionComm
     : name_(name ? name : ""),
       command_(command),
       minThreads_(std::clamp(minThreads, 1U, threadsMax)),
-      backend_(makeBackend(backend, name_.c_str(), *this))
+      backend_(makeBackend(backend, name_.c_str(), *this)),
+      servers_(new ServerWorkers(name_, *this))
 {}
 
-PortState::~PortState() = default;
+// Of a port that was left to itself, workers may be on their way out.
+PortState::~PortState() { servers_.reset(); }
 
 void PortState::start()
 {
@@ -105,8 +110,10 @@ void PortState::leave(unsigned entries)
 {
     if ((word_.fetch_sub(entries * oneEntry, std::memory_order_acq_rel) & closedBit) == 0)
         return;
-    const Lock lock(mutex_);
+    Lock lock(mutex_);
     drained_.notify_all();
+    if (abandoned_ && entered() == 0)
+        endThreads(lock);
 }
 
 bool PortState::hold() { return enter(1); }
@@ -129,7 +136,10 @@ bool PortState::submit(LinuxAsyncContext* transfer)
     const bool more = SubmissionHold::holdsFor(this);
     if (!enter(entriesPerTransfer))
         return false;
-    if (sharesCopies_ && transfer->transfer().mayBeCached()) {
+    if (transfer->transfer().isSlow()) {
+        ++slowUnderWay_;
+        servers_->submit(transfer);
+    } else if (sharesCopies_ && transfer->transfer().mayBeCached()) {
         {
             const Lock lock(mutex_);
             copies_.hold(transfer);
@@ -237,6 +247,9 @@ void PortState::waitForFinished(Lock& lock)
 void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
 {
     ++busy_;
+    if (transfer->transfer().isSlow())
+        --slowUnderWay_;
+    const bool isDelivered = !abandoned_;
     if (!watching_)
         startWatching();
     unlockAndWake(lock, !watcher_.joinable() || usualCommand_ > longCommand);
@@ -248,8 +261,9 @@ void PortState::runCommand(Lock& lock, LinuxAsyncContext* transfer)
         CompletionPortHandlerCallbackContext parameter(outcome.succeeded(), bytes, context->getOwner());
         if (!outcome.succeeded())
             setLastErrno(outcome.error());
-        // The owner may be gone when this returns.
-        command_.execute(parameter);
+        // The owner may be gone when this returns, and who takes the command when the port was left.
+        if (isDelivered)
+            command_.execute(parameter);
     }
     leave(1);
     lock.lock();
@@ -372,6 +386,8 @@ void PortState::look(Lock& lock)
 
 void PortState::addThreadIfAllBusy()
 {
+    if (abandoned_)
+        return;
     // The thread in the backend does not see what came from elsewhere.
     const unsigned away = collecting_ && !ready_.empty() ? 1 : 0;
     const bool waiting = !ready_.empty() || (!collecting_ && backend_->hasFinished());
@@ -396,14 +412,46 @@ void PortState::shutDown()
     flush();
     {
         Lock lock(mutex_);
-        drained_.wait(lock, [this, own] { return entered() <= own; });
-        ending_ = true;
-        work_.notify_all();
-        watch_.notify_all();
+        if (!waitUntilDrained(lock, own)) {
+            leaveToThemselves();
+            return;
+        }
+        endThreads(lock);
     }
-    backend_->interrupt();
     joinThreads();
+    servers_.reset();
     backend_.reset();
+}
+
+bool PortState::waitUntilDrained(Lock& lock, unsigned own)
+{
+    const std::chrono::milliseconds limit(os::Patience::limitMs(stuckLimitMs));
+    const auto drained = [this, own] { return entered() <= own; };
+    for (unsigned before = entered(); !drained_.wait_for(lock, limit, drained); before = entered())
+        if (entered() == before && entered() - own <= slowUnderWay_)
+            return false;
+    return true;
+}
+
+void PortState::leaveToThemselves()
+{
+    abandoned_ = true;
+    threads_.push_back(std::move(watcher_));
+    for (std::vector<std::thread>* const threads : {&threads_, &left_}) {
+        for (std::thread& thread : *threads)
+            if (thread.joinable())
+                thread.detach();
+        threads->clear();
+    }
+}
+
+void PortState::endThreads(Lock& lock)
+{
+    ending_ = true;
+    work_.notify_all();
+    watch_.notify_all();
+    lock.unlock();
+    backend_->interrupt();
 }
 
 void PortState::joinThreads()

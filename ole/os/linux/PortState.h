@@ -6,6 +6,7 @@
 #include "os/CompletionPortHandler.h"
 #include "os/linux/BackendSelect.h"
 #include "os/linux/CopyQueue.h"
+#include "os/linux/ServerWorkers.h"
 #include "os/linux/TransferBackend.h"
 
 #include <atomic>
@@ -28,6 +29,8 @@
 //             all others are in commands the watching thread calls the one in the backend.
 // Growth:     the watching thread adds one while completions wait, all threads are in commands, and none
 //             has come back for 100 ms. A thread above the minimum leaves when it finds nothing to do.
+// The end:    a transfer that a server never ends must not keep the port from ending. The port then leaves
+//             its threads to themselves; they go when the server has answered, and report nothing any more.
 // Threads:    any, also the port's own.
 // Locks:      mutex_ is held neither while a command runs nor while the backend works.
 // Lifetime:   start before use; shutDown before the last reference goes. Each thread keeps a reference.
@@ -45,7 +48,9 @@ public:
     bool submit(LinuxAsyncContext* transfer);
 
     // Refuses further transfers, waits until the accepted ones are delivered and ends the threads. On a
-    // thread of the port, the completion that runs there is left out. Further calls do nothing.
+    // thread of the port, the completion that runs there is left out. Further calls do nothing. Transfers
+    // whose server may stop answering are given up when none has ended for two seconds (Patience.h); the
+    // memory of these stays theirs.
     void shutDown();
 
     [[nodiscard]] bool isOpen() const;
@@ -99,6 +104,10 @@ private:
     [[nodiscard]] bool somethingWaits() const;
     void unlockAndWake(Lock& lock, bool helpWanted);
     void leaveThreads();
+    // False when only transfers are left that do not end.
+    bool waitUntilDrained(Lock& lock, unsigned own);
+    void leaveToThemselves();
+    void endThreads(Lock& lock);
     void startWatching();
     void watchLoop(Lock& lock);
     void look(Lock& lock);
@@ -109,8 +118,10 @@ private:
     IOCompletionCommand command_;
     const unsigned minThreads_;
     std::unique_ptr<TransferBackend> backend_;
-    bool sharesCopies_ = false;      // set by start
-    std::atomic<unsigned> word_{0};  // entries times two, plus one once shut down
+    bool sharesCopies_ = false;  // set by start
+    std::unique_ptr<ServerWorkers> servers_;
+    std::atomic<unsigned> word_{0};          // entries times two, plus one once shut down
+    std::atomic<unsigned> slowUnderWay_{0};  // transfers whose server may stop answering, until delivered
 
     std::mutex mutex_;
     std::condition_variable work_;     // sleeping threads
@@ -135,4 +146,5 @@ private:
     unsigned stuckLooks_ = 0;  // in a row at which a command ran and none had come back
     unsigned idleLooks_ = 0;   // in a row at which nothing had happened
     bool ending_ = false;
+    bool abandoned_ = false;  // nothing is delivered any more
 };

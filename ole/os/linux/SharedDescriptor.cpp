@@ -1,9 +1,12 @@
 #include "os/linux/SharedDescriptor.h"
 
+#include "os/linux/FileServer.h"
+
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -21,7 +24,8 @@ bool isMultiple(std::uint64_t value, std::uint32_t alignment) { return value % a
 
 }  // namespace
 
-SharedDescriptor::SharedDescriptor(int fd, bool forceWorkers) : fd_(fd), forceWorkers_(forceWorkers)
+SharedDescriptor::SharedDescriptor(int fd, std::shared_ptr<const os::FileServer> server)
+    : fd_(fd), server_(std::move(server))
 {
     struct stat status = {};
     regular_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
@@ -32,13 +36,17 @@ SharedDescriptor::~SharedDescriptor()
 {
     if (directFd_ >= 0)
         ::close(directFd_);
-    ::close(fd_);
+    // Closing tells the server, and a pipe that is closed late keeps its other end waiting.
+    if (server_ && seekable_)
+        server_->end([fd = fd_] { ::close(fd); });
+    else
+        ::close(fd_);
 }
 
 void SharedDescriptor::enableDirect()
 {
     // User-space and network file systems take unbuffered requests and then answer some of them wrongly.
-    if (forceWorkers_ || !regular_)
+    if (server_ || !regular_)
         return;
     struct statx status = {};
     if (statx(fd_, "", AT_EMPTY_PATH, STATX_DIOALIGN, &status) != 0 ||

@@ -6,17 +6,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+
+namespace os {
+class FileServer;
+}
 
 // SharedDescriptor: the kernel's descriptors of one open file, closed by the last reference. The file
 // object and each transfer under way hold one.
 //
 // A file that was opened with the unbuffered hint has a second descriptor for transfers whose position,
 // length and memory fit the alignments that the kernel names; the others use the first.
+//
+// Closing asks the server of the file system, where there is one, and waits for it no longer than any other
+// question does.
 class SharedDescriptor final : public Qz::InternalRefCount
 {
 public:
-    // Takes fd over.
-    explicit SharedDescriptor(int fd, bool forceWorkers);
+    // Takes fd over. server: of file systems whose server may stop answering, else null. Asks it.
+    SharedDescriptor(int fd, std::shared_ptr<const os::FileServer> server);
     ~SharedDescriptor() override;
 
     // Opens the second descriptor where the file system offers unbuffered transfers; best effort.
@@ -24,7 +32,7 @@ public:
 
     [[nodiscard]] int fd() const { return fd_; }
     [[nodiscard]] int directFd() const { return directFd_; }
-    [[nodiscard]] bool forceWorkers() const { return forceWorkers_; }
+    [[nodiscard]] const os::FileServer* server() const { return server_.get(); }
     [[nodiscard]] bool isRegular() const { return regular_; }
     // False for pipes and the like, which have no positions.
     [[nodiscard]] bool isSeekable() const { return seekable_; }
@@ -37,8 +45,8 @@ private:
     int directFd_ = -1;
     std::uint32_t memoryAlignment_ = 0;  // bytes
     std::uint32_t offsetAlignment_ = 0;  // bytes
-    const bool forceWorkers_;
     mutable CacheGuess cacheGuess_;
+    const std::shared_ptr<const os::FileServer> server_;
     bool regular_ = false;
     bool seekable_ = false;
 };

@@ -45,7 +45,7 @@ void ThreadPoolBackend::submit(LinuxAsyncContext* transfer, bool)
             failed.push(transfer);
         } else {
             ++queued_;
-            (transfer->transfer().isSlow() ? waitingSlow_ : waiting_).push(transfer);
+            waiting_.push(transfer);
         }
     }
     arrived_.notify_one();
@@ -53,23 +53,11 @@ void ThreadPoolBackend::submit(LinuxAsyncContext* transfer, bool)
         sink_.takeFinished(failed);
 }
 
-LinuxAsyncContext* ThreadPoolBackend::takeNext(bool& slow)
-{
-    slow = false;
-    if (LinuxAsyncContext* transfer = waiting_.pop())
-        return transfer;
-    if (slowRunning_ >= workersMax / 2)
-        return nullptr;
-    slow = true;
-    return waitingSlow_.pop();
-}
-
 void ThreadPoolBackend::work()
 {
     std::unique_lock lock(mutex_);
     while (!ending_) {
-        bool slow = false;
-        LinuxAsyncContext* transfer = takeNext(slow);
+        LinuxAsyncContext* transfer = waiting_.pop();
         if (!transfer) {
             ++idle_;
             arrived_.wait(lock);
@@ -77,11 +65,9 @@ void ThreadPoolBackend::work()
             continue;
         }
         --queued_;
-        slowRunning_ += slow ? 1 : 0;
         lock.unlock();
         runTransfer(transfer->transfer());
         lock.lock();
-        slowRunning_ -= slow ? 1 : 0;
         finished_.push(transfer);
         finishedOrInterrupted_.notify_one();
     }

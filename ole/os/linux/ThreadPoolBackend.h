@@ -11,8 +11,6 @@
 // ThreadPoolBackend: transfers on threads of our own, for machines that refuse rings.
 //
 // Threads:    workers are started as transfers arrive, up to a bound, and stay.
-// Bounds:     transfers of files whose server may stop answering occupy half of the workers at most, so
-//             that one dead server does not hold up the disks.
 class ThreadPoolBackend final : public TransferBackend
 {
 public:
@@ -31,8 +29,6 @@ public:
 private:
     void work();
     bool startWorker();
-    // With mutex_ held: the next transfer that a worker may take now, or null. slow tells its kind.
-    LinuxAsyncContext* takeNext(bool& slow);
 
     const std::string name_;
     TransferSink& sink_;
@@ -40,12 +36,10 @@ private:
     std::condition_variable arrived_;
     std::condition_variable finishedOrInterrupted_;
     TransferList waiting_;
-    TransferList waitingSlow_;
     TransferList finished_;
     std::vector<std::thread> workers_;
-    unsigned idle_ = 0;         // workers that wait
-    unsigned queued_ = 0;       // transfers in both waiting lists
-    unsigned slowRunning_ = 0;  // workers that carry a transfer of a slow file
+    unsigned idle_ = 0;    // workers that wait
+    unsigned queued_ = 0;  // transfers that wait for one
     bool interrupted_ = false;
     bool ending_ = false;
 };

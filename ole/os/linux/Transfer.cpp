@@ -1,5 +1,6 @@
 #include "os/linux/Transfer.h"
 
+#include "os/linux/FileServer.h"
 #include "os/linux/SharedDescriptor.h"
 
 #include <algorithm>
@@ -30,7 +31,9 @@ bool Transfer::isValid() const { return position_ <= positionMax && count_ <= po
 
 bool Transfer::isSeekable() const { return file_->isSeekable(); }
 
-bool Transfer::isSlow() const { return file_->forceWorkers(); }
+bool Transfer::isSlow() const { return file_->server() != nullptr; }
+
+const void* Transfer::serverIdentity() const { return isSlow() ? file_->server()->identity() : nullptr; }
 
 Transfer::Step Transfer::nextStep()
 {
@@ -40,14 +43,14 @@ Transfer::Step Transfer::nextStep()
     step.position = position_ + done_;
     direct_ = mayBeDirect_ && file_->allowsDirect(step.position, step.memory, step.count);
     step.fd = direct_ ? file_->directFd() : file_->fd();
-    step.onWorker = file_->forceWorkers() || refusals_ > 0;
+    step.onWorker = isSlow() || refusals_ > 0;
     return step;
 }
 
 bool Transfer::mayBeCached() const
 {
     return kind_ == TransferKind::read && count_ >= sharedCopyBytesMin && file_->isRegular() &&
-           !file_->forceWorkers() && !(mayBeDirect_ && file_->allowsDirect(position_, memory_, count_)) &&
+           !(mayBeDirect_ && file_->allowsDirect(position_, memory_, count_)) &&
            file_->cacheGuess().isWorthTrying();
 }
 

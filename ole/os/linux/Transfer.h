@@ -60,6 +60,8 @@ public:
     [[nodiscard]] bool isSeekable() const;
     // The file's server may stop answering.
     [[nodiscard]] bool isSlow() const;
+    // That server, for comparison with others; null for a file of this machine.
+    [[nodiscard]] const void* serverIdentity() const;
     [[nodiscard]] bool succeeded() const { return error_ == 0; }
     [[nodiscard]] int error() const { return error_; }          // errno, 0 for none
     [[nodiscard]] std::size_t done() const { return done_; }    // bytes

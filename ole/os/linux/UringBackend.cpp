@@ -91,7 +91,7 @@ void UringBackend::start(LinuxAsyncContext* transfer, TransferList& failed)
 
 bool UringBackend::prepare(LinuxAsyncContext* transfer, const Transfer::Step& step)
 {
-    // What goes to the ring's workers is on servers, where the pages cost nothing beside the rest.
+    // What goes to the ring's workers was refused before: there the pages cost nothing beside the rest.
     const unsigned slot = step.onWorker ? UringRing::noSlot : memory_.slotOf(step.memory, step.count);
     return ring_.prepare(transfer->transfer().kind(), step, slot, markOf(transfer));
 }

@@ -14,9 +14,9 @@
 //
 // Threads:    the submitting thread enters the kernel itself; the collecting thread sleeps in the ring.
 // Locks:      mutex_ guards the submission side and is held while the kernel takes requests, which includes
-//             copies out of its page cache; never while it carries them out on a stopped server (such files
-//             go to the ring's own workers). The collecting thread takes it only where it has something to
-//             submit, so that it delivers while others are copied.
+//             copies out of its page cache. Files whose server may stop answering never come here
+//             (ServerWorkers). The collecting thread takes it only where it has something to submit, so that
+//             it delivers while others are copied.
 // Bounds:     never more requests under way than results fit into the ring; the rest waits in a list.
 class UringBackend final : public TransferBackend
 {
