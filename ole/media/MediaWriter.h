@@ -29,9 +29,10 @@ struct MediaWriterOptions
     std::uint64_t lowSpaceBytes = std::uint64_t{1} << 30;
     std::function<void(std::uint64_t freeBytes)> onSpaceLow = {};
     // A disk that takes nothing for so long makes the recording fail with givenUp; 0 waits for ever. This
-    // bounds the waits for blocks that are under way. It does not bound what is done here and now, and
-    // which a stuck disk may hold for as long as it likes: writing the rest of the last block at flush and
-    // finish, and blocks that the engine does not take; flushing the device; cutting and naming the file.
+    // bounds the waits for blocks that are under way, and on network and user-space file systems each of the
+    // other steps: writing the rest of the last block at flush and finish, and blocks that the engine does
+    // not take; flushing the device; cutting and naming the file. A stuck disk of this machine may hold
+    // these for as long as it likes. Beginning takes as long as any question to a server, two seconds.
     unsigned stallLimitMs = 60'000;
 };
 
@@ -47,7 +48,8 @@ struct MediaRecording
     bool hasFinalName = false;
     // Bytes of the whole writes that the file holds. An unfinished file may have more behind them, when the
     // disk neither took nor refused them in time, or it is full and could not be cut. Of one that somebody
-    // else cut off: what is left of them. After flushFailed nobody knows which of them are on the device.
+    // else cut off: what is left of them. Of one whose server has gone: what was flushed. After flushFailed
+    // nobody knows which of them are on the device.
     std::uint64_t bytes = 0;
     std::string hash;  // 32 hexadecimal digits; empty unless asked for and complete
     // True when readers will take the file for a link, as they do with every file of 512 bytes that does

@@ -74,6 +74,7 @@ bool isOutOfReach(int errorNumber)
     case ESTALE:
     case ETIMEDOUT:
     case ENOTCONN:
+    case ECONNABORTED:
     case EHOSTDOWN:
     case EHOSTUNREACH:
     case ENETDOWN:
@@ -124,7 +125,7 @@ MediaError ReadSource::open()
         return openingError(lastError());
     isRecording_ = target_.endsWith(partialEnding);
     if (!handle_->getInfo(&atOpen_))
-        return error(MediaErrorCode::readFailed, lastError());
+        return failure(lastError());
     // The size of the path could not be told a moment ago: what is open now is the link, not the media.
     if (!isLink_ && MaterialLink::isLink(*handle_))
         return error(MediaErrorCode::offline);
@@ -141,10 +142,16 @@ MediaError ReadSource::openingError(unsigned platformCode) const
     return error(number == ENOMEM ? MediaErrorCode::noMemory : MediaErrorCode::readFailed, platformCode);
 }
 
+MediaError ReadSource::failure(unsigned platformCode) const
+{
+    const bool isOffline = isOutOfReach(errnoFromError(platformCode));
+    return error(isOffline ? MediaErrorCode::offline : MediaErrorCode::readFailed, platformCode);
+}
+
 MediaError ReadSource::look(FILE_INFO& info) const
 {
     if (!handle_->getInfo(&info))
-        return error(MediaErrorCode::readFailed, lastError());
+        return failure(lastError());
     // Some file systems count no names at all.
     if (info.links == 0 && atOpen_.links != 0)
         return error(MediaErrorCode::fileVanished);
@@ -181,12 +188,11 @@ MediaError ReadSource::checkSameFile() const
     const Qz::Ptr<iFile> now = target.empty() ? Qz::Ptr<iFile>() : openForLooking(target);
     if (!now) {
         const unsigned code = lastError();
-        return isMissing(errnoFromError(code)) ? error(MediaErrorCode::fileVanished)
-                                               : error(MediaErrorCode::readFailed, code);
+        return isMissing(errnoFromError(code)) ? error(MediaErrorCode::fileVanished) : failure(code);
     }
     FILE_INFO info;
     if (!now->getInfo(&info))
-        return error(MediaErrorCode::readFailed, lastError());
+        return failure(lastError());
     return info.inode == atOpen_.inode && info.device == atOpen_.device ? MediaError()
                                                                         : error(MediaErrorCode::fileVanished);
 }

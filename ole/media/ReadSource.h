@@ -32,6 +32,10 @@ public:
 
     // An error of this file, as its users are told: "PATH: SENTENCE (what the platform says)".
     [[nodiscard]] MediaError error(MediaErrorCode code, unsigned platformCode = 0) const;
+    // Of a question or transfer that failed: offline when the drive or the server cannot be reached.
+    [[nodiscard]] MediaError failure(unsigned platformCode) const;
+    // The file as it was when it was opened.
+    [[nodiscard]] const FILE_INFO& atOpen() const { return atOpen_; }
 
     [[nodiscard]] const Path& path() const { return path_; }
     // The target of a link, else the path.

@@ -2,9 +2,12 @@
 
 #include "media/ReaderSession.h"
 
+#include "os/LastError.h"
 #include "os/OS.h"
+#include "os/Patience.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 MediaReader::Session::Session(const LightweightString<wchar_t>& path, bool isClip)
@@ -68,21 +71,45 @@ void MediaReader::Session::countAnswer(std::uint64_t bytes, bool cached, double 
 
 // --- planning
 
-// Cuts the range off at the end of the file.
-MediaError MediaReader::Session::findRange(std::uint64_t offset, std::uint64_t& bytes,
-                                           std::uint64_t& fileBytes)
+// In steps, so that a close does not wait for the whole of a long limit.
+MediaError MediaReader::Session::lookPatiently(FILE_INFO& info)
 {
-    FILE_INFO info;
-    if (const MediaError error = source_->look(info))
+    constexpr unsigned longestStepMs = 2000;
+    const unsigned limitMs = stallLimitMs_;
+    const unsigned stepMs = limitMs == 0 ? longestStepMs : std::min(longestStepMs, limitMs);
+    for (unsigned waitedMs = stepMs;; waitedMs += stepMs) {
+        const os::Patience patience(stepMs);
+        MediaError error = source_->look(info);
+        const bool isOverdue = error && errnoFromError(error.platformCode) == ETIMEDOUT;
+        if (!isOverdue || (limitMs != 0 && waitedMs >= limitMs))
+            return error;
+        const std::lock_guard<std::mutex> hold(guard_);
+        if (closing_)
+            return error;
+    }
+}
+
+MediaError MediaReader::Session::lookBriefly(FILE_INFO& info)
+{
+    const MediaError error = source_->look(info);
+    if (!error || errnoFromError(error.platformCode) != ETIMEDOUT)
         return error;
+    // The read is judged when it ends, and by then the server has answered.
+    const std::lock_guard<std::mutex> hold(guard_);
+    info = seen_.value_or(source_->atOpen());
+    return {};
+}
+
+// Cuts the range off at the end of the file.
+MediaError MediaReader::Session::findRange(const FILE_INFO& info, std::uint64_t offset, std::uint64_t& bytes)
+{
     if (wasRewritten(info)) {
         queue_->distrust();
         dropWindow();
     }
-    fileBytes = info.size;
-    if (offset >= fileBytes)
+    if (offset >= info.size)
         return source_->error(MediaErrorCode::beyondEnd);
-    bytes = std::min(bytes, fileBytes - offset);
+    bytes = std::min(bytes, info.size - offset);
     return {};
 }
 
@@ -182,7 +209,9 @@ MediaReader::Session::Judgement MediaReader::Session::judge(const PendingRead& r
     error = checkFile(read.end());
     if (error || !failed)
         return Judgement::final;
-    error = source_->error(failed->outcome, failed->platformCode);
+    error = failed->outcome == MediaErrorCode::readFailed
+                ? source_->failure(failed->platformCode)
+                : source_->error(failed->outcome, failed->platformCode);
     return together && !read.retried ? Judgement::again : Judgement::final;
 }
 
@@ -190,7 +219,7 @@ MediaReader::Session::Judgement MediaReader::Session::judge(const PendingRead& r
 MediaError MediaReader::Session::checkFile(std::uint64_t end)
 {
     FILE_INFO info;
-    if (const MediaError error = source_->look(info))
+    if (const MediaError error = lookPatiently(info))
         return error;
     if (info.size >= end)
         return {};

@@ -54,7 +54,11 @@ private:
     enum class Judgement { final, again };
 
     // --- planning
-    [[nodiscard]] MediaError findRange(std::uint64_t offset, std::uint64_t& bytes, std::uint64_t& fileBytes);
+    // What the file is like now. The first waits for a server that stalls as long as reads may; the other as
+    // long as any question, and takes what was last seen for an answer.
+    [[nodiscard]] MediaError lookPatiently(FILE_INFO& info);
+    [[nodiscard]] MediaError lookBriefly(FILE_INFO& info);
+    [[nodiscard]] MediaError findRange(const FILE_INFO& info, std::uint64_t offset, std::uint64_t& bytes);
     [[nodiscard]] bool wasRewritten(const FILE_INFO& info);
     void note(std::uint64_t offset, std::uint64_t bytes);
     void plan(const Read& read);  // REQUIRES: guard_ is held

@@ -36,15 +36,17 @@ std::size_t MediaReader::Session::read(std::uint64_t offset, std::span<std::byte
         ++counters_.requests;
     }
     std::uint64_t bytes = into.size();
-    std::uint64_t fileBytes = 0;
+    FILE_INFO info;
     error = openError_ ? notOpen() : MediaError();
     if (error || into.empty())
         return 0;
-    error = findRange(offset, bytes, fileBytes);
+    error = lookPatiently(info);
+    if (!error)
+        error = findRange(info, offset, bytes);
     if (error)
         return 0;
     bool cached = true;
-    const std::size_t got = readRange(offset, into.first(bytes), fileBytes, error, cached);
+    const std::size_t got = readRange(offset, into.first(bytes), info.size, error, cached);
     countAnswer(got, cached, nowMs() - askedMs);
     return got;
 }
@@ -140,14 +142,16 @@ MediaReader::Ticket MediaReader::Session::begin(const Read& read, std::uint64_t 
         read->ticket = ++lastTicket_;
     }
     const Ticket ticket = read->ticket;
-    std::uint64_t fileBytes = 0;
+    FILE_INFO info;
     MediaError error;
     if (openError_)
         error = notOpen();
     else if (bytes > asyncBytesMax)
         error = source_->error(MediaErrorCode::invalidArgument);
     else if (bytes != 0)
-        error = findRange(read->offset, bytes, fileBytes);
+        error = lookBriefly(info);
+    if (!error && bytes != 0)
+        error = findRange(info, read->offset, bytes);
     if (error || bytes == 0) {
         answer(*read, {{}, error});
         return ticket;
@@ -155,7 +159,7 @@ MediaReader::Ticket MediaReader::Session::begin(const Read& read, std::uint64_t 
     read->bytes = static_cast<unsigned>(bytes);
     if (!startWorker())
         answer(*read, {{}, source_->error(MediaErrorCode::noMemory)});
-    else if (!submit(read, fileBytes))
+    else if (!submit(read, info.size))
         answer(*read, {{}, source_->error(MediaErrorCode::cancelled)});
     return ticket;
 }

@@ -2,6 +2,7 @@
 
 #include "os/Clock.h"
 #include "os/LastError.h"
+#include "os/Patience.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -26,6 +27,7 @@ MediaWriter::Recording::Recording(const LightweightString<wchar_t>& path, const 
     : file_(path),
       clip_(clip),
       blocksMax_(blocksFor(options.bytesInFlight)),
+      stallLimitMs_(options.stallLimitMs),
       memory_(std::make_shared<BlockMemory>()),
       queue_(blocksMax_, options.stallLimitMs),
       space_(path, options.lowSpaceBytes, options.onSpaceLow)
@@ -159,6 +161,7 @@ void MediaWriter::Recording::endWrite(std::size_t bytes)
 
 void MediaWriter::Recording::sendFullBlock()
 {
+    const os::Patience patience(stallLimitMs_);
     queue_.add(current_);
     file_.write(current_);
     current_.reset();
@@ -194,6 +197,7 @@ bool MediaWriter::Recording::writeRest()
 
 bool MediaWriter::Recording::flush()
 {
+    const os::Patience patience(stallLimitMs_);
     return isWritable() && waitUntilAtMost(0) && writeRest() && flushDevice();
 }
 

@@ -67,6 +67,7 @@ private:
     void noteCounters(bool waited, double startedMs);
     void noteOnDisk();
 
+    void endFile(bool giveName, MediaRecording& result);
     bool completeFile();
     bool flushDevice();
     void keepWhatCanBeKept(bool giveName, MediaRecording& result);
@@ -84,6 +85,7 @@ private:
     RecordingFile file_;
     const std::optional<Clip> clip_;
     const std::size_t blocksMax_;
+    const unsigned stallLimitMs_;
     std::shared_ptr<BlockMemory> memory_;
     WriteQueue queue_;
     SpaceWatch space_;

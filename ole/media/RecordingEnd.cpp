@@ -4,6 +4,7 @@
 #include "fsys/SystemCache.h"
 #include "media/Recording.h"
 #include "os/LastError.h"
+#include "os/Patience.h"
 
 #include <algorithm>
 #include <array>
@@ -47,6 +48,16 @@ MediaRecording MediaWriter::Recording::end(bool giveName)
     if (result_)
         return *result_;
     MediaRecording result;
+    endFile(giveName, result);
+    // Last, because listeners may do anything. Scans pass over empty files.
+    if (clip_ && result.hasFinalName && result.bytes != 0)
+        SystemCache::addFile(clip_->cookie, clip_->name, true);
+    return result;
+}
+
+void MediaWriter::Recording::endFile(bool giveName, MediaRecording& result)
+{
+    const os::Patience patience(stallLimitMs_);
     if (begun_) {
         result.path = file_.partialPath();
         result.bytes = accepted_;
@@ -63,10 +74,6 @@ MediaRecording MediaWriter::Recording::end(bool giveName)
     if (hash_ && result.complete)
         result.hash = hash_->text();
     close(result);
-    // Last, because listeners may do anything. Scans pass over empty files.
-    if (clip_ && result.hasFinalName && result.bytes != 0)
-        SystemCache::addFile(clip_->cookie, clip_->name, true);
-    return result;
 }
 
 void MediaWriter::Recording::close(const MediaRecording& result)
@@ -142,7 +149,10 @@ void MediaWriter::Recording::keepWhatCanBeKept(bool giveName, MediaRecording& re
             result.path = {};
         return;
     }
-    if (cutAndFlush(&result.bytes) && giveName && error().code == MediaErrorCode::diskFull)
+    if (!cutAndFlush(&result.bytes))
+        // A server may have answered for bytes that it never passed on, and nobody can ask it any more.
+        result.bytes = std::min(result.bytes, bytesOfUnknown());
+    else if (giveName && error().code == MediaErrorCode::diskFull)
         name(result);
 }
 
@@ -250,6 +260,7 @@ void MediaWriter::Recording::abandon()
 {
     if (result_)
         return;
+    const os::Patience patience(stallLimitMs_);
     MediaRecording result;
     if (begun_) {
         queue_.waitUntilAllEnded();

@@ -10,6 +10,7 @@
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
+#include "os/Patience.h"
 #include "support/Log.h"
 
 #include <algorithm>
@@ -23,6 +24,9 @@ namespace {
 using Path = LightweightString<wchar_t>;
 
 constexpr std::wstring_view ending = partialEnding;
+
+// Finishing flushes what may be a day's shooting.
+constexpr unsigned stallLimitMs = 60'000;
 
 Path fileNameOf(const Path& path)
 {
@@ -140,6 +144,21 @@ MediaError cutToGoodBytes(iFile& file, const Path& path)
     return {};
 }
 
+MediaError finishFile(const Path& path, const Path& finalPath, bool* named)
+{
+    const os::Patience patience(stallLimitMs);
+    MediaError error;
+    const Qz::Ptr<iFile> file = takeOver(path, &error);
+    if (!file)
+        return error;
+    iFileManager* const files = OS()->getFileManager();
+    if (files->fileExists(finalPath) || files->directoryExists(finalPath))
+        return recordingError(MediaErrorCode::alreadyExists, 0, finalPath);
+    if (error = cutToGoodBytes(*file, path); error)
+        return error;
+    return renameRecording(*file, path, finalPath, named);
+}
+
 // By the name that a scan of the location would give it.
 void tellCache(const UnfinishedRecording& recording, const Path& finalPath)
 {
@@ -166,18 +185,9 @@ std::vector<UnfinishedRecording> findUnfinished(const DriveId& location)
 
 MediaError finishUnfinished(const UnfinishedRecording& recording)
 {
-    MediaError error;
-    const Qz::Ptr<iFile> file = takeOver(recording.path, &error);
-    if (!file)
-        return error;
-    iFileManager* const files = OS()->getFileManager();
     const Path finalPath = finalPathOf(recording.path);
-    if (files->fileExists(finalPath) || files->directoryExists(finalPath))
-        return recordingError(MediaErrorCode::alreadyExists, 0, finalPath);
-    if (error = cutToGoodBytes(*file, recording.path); error)
-        return error;
     bool named = false;
-    error = renameRecording(*file, recording.path, finalPath, &named);
+    const MediaError error = finishFile(recording.path, finalPath, &named);
     if (named)
         tellCache(recording, finalPath);
     return error;

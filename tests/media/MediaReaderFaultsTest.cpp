@@ -136,9 +136,9 @@ TEST_F(MediaReaderFaults, AFileThatCannotBeAskedForItsSizeFailsItsReads)
     os.faults().failAlways(Op::getInfo, errorFromErrno(ETIMEDOUT));
     EXPECT_EQ(0U, reader.size());
     const Got got = readOf(reader, 10, 100);
-    EXPECT_EQ(MediaErrorCode::readFailed, got.code);
+    EXPECT_EQ(MediaErrorCode::offline, got.code);
     EXPECT_EQ(errorFromErrno(ETIMEDOUT), got.platformCode);
-    EXPECT_EQ(MediaErrorCode::readFailed, reader.readAsync(10, 100).get().error.code);
+    EXPECT_EQ(MediaErrorCode::offline, reader.readAsync(10, 100).get().error.code);
     os.faults().clear();
     os.faults().failNth(Op::getInfo, 2, diskError);  // after the transfer
     EXPECT_EQ(MediaErrorCode::readFailed, readOf(reader, 10, 100).code);
