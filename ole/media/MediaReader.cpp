@@ -30,15 +30,32 @@ Path linkOfClipTo(const Cookie& cookie, const Path& target)
     return {};
 }
 
+// As the cache itself judges.
+bool holdsFile(const FsysDirectoryEntry& entry)
+{
+    const auto isPresent = [](const MediaFileInfo& file) {
+        return file.getMaterialFilename().getDrive().valid() && !file.getMaterialFilename().getPath().empty();
+    };
+    if (isPresent(entry.getHighResFile()))
+        return true;
+    const std::list<MediaFileInfo> proxies = entry.copyProxyFiles();
+    return !proxies.empty() && isPresent(proxies.front());
+}
+
 // The path to open for a clip.
 MediaError findClip(const Cookie& cookie, const DecodeFormat& format, Path& path)
 {
     const auto failure = [&cookie](MediaErrorCode code) { return readError(code, 0, cookie.asWString()); };
     if (unsigned bytes = 0; FsysGetWriteBytesOutstanding(&bytes) == 0)
         return failure(MediaErrorCode::engineNotRunning);
-    if (!cookie.valid() || !SystemCache::fileExists(cookie))
+    // From here on of one entry: the index may be emptied and filled anew at any moment, and a clip that it
+    // does not know then is not offline.
+    const Qz::Ptr<FsysDirectoryEntry> entry =
+        cookie.valid() ? SystemCache::findEntryForCookie(cookie) : Qz::Ptr<FsysDirectoryEntry>();
+    if (!entry || !holdsFile(*entry))
         return failure(MediaErrorCode::unknownClip);
-    if (!SystemCache::findFileForCookie(cookie, path, format) || path.empty())
+    path = entry->findFileForCookie(format);
+    if (path.empty())
         return failure(MediaErrorCode::offline);
     // The cache has followed the link already. A target that looks like a link itself would be followed once
     // more, unless the clip's own link is opened.

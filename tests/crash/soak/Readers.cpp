@@ -37,8 +37,8 @@ public:
     {
         const std::uint64_t refilled = studio_.refillsEnded;
         auto reader = std::make_unique<MediaReader>(clip_->cookie, DecodeFormat(eHighRes));
-        // While the index is filled anew it may not know the clip, or not know its file yet.
-        if (!reader->isOpen() && studio_.refillsBegun != refilled) {
+        // While the index is filled anew it may not know the clip.
+        if (reader->openError().code == MediaErrorCode::unknownClip && studio_.refillsBegun != refilled) {
             ++studio_.report.notYetIndexed;
             reader = std::make_unique<MediaReader>(clip_->path);
         }
