@@ -7,7 +7,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build=$(realpath "${1:-$here/../../build/dev}")
 worker=$build/tests/crash/crash_worker
 export FSYS_COMMAND=$build/tools/fsys CRASH_WORKER=$worker PYTHONDONTWRITEBYTECODE=1
-export CRASH_ROUNDS=${CRASH_ROUNDS:-15}
+export CRASH_ROUNDS=${CRASH_ROUNDS:-8}
 failed=()
 
 step() {  # COMMAND...
