@@ -6,6 +6,7 @@ take and far below for ever; nothing else is judged by the clock.
 
 import json
 import os
+import select
 import shutil
 import signal
 import subprocess
@@ -114,6 +115,14 @@ class NetworkCase(CommandCase):
                 self.fail(f"{process.args} hangs\n{stack.read()}\n{self.logs()}")
         self.assertEqual(process.returncode, 0, err)
         answer = json.loads(out.decode().splitlines()[-1])
+        print(os.path.basename(process.args[1]), json.dumps(answer), file=sys.stderr)
+        return answer
+
+    def answer_of(self, process, limit_s=LIMIT_S):
+        """The same for one that cannot end yet: the kernel closes its files, and waits for their server."""
+        ready, _, _ = select.select([process.stdout], [], [], limit_s)
+        self.assertTrue(ready, f"{process.args} hangs")
+        answer = json.loads(process.stdout.readline())
         print(os.path.basename(process.args[1]), json.dumps(answer), file=sys.stderr)
         return answer
 

@@ -1,5 +1,6 @@
 import os
 import signal
+import socket
 import subprocess
 import time
 
@@ -15,8 +16,7 @@ class Sshfs(NetworkCase):
     def setUp(self):
         super().setUp()
         self.need("sshd", "sshfs", "ssh-keygen")
-        for folder in ("/run", "/root"):
-            self.mount_memory(folder)
+        self.mount_memory("/run")
         os.mkdir("/run/sshd")
         for key in ("host", "user"):
             subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", self.path(key)], check=True)
@@ -32,21 +32,25 @@ class Sshfs(NetworkCase):
 
     def start_server(self):
         self.sshd = self.server("/usr/sbin/sshd", "-D", "-e", "-f", self.config)
+        self.wait_until(self.is_listening, "no sshd")
+
+    @staticmethod
+    def is_listening():
+        try:
+            socket.create_connection(("127.0.0.1", int(PORT)), timeout=5).close()
+            return True
+        except OSError:
+            return False
 
     def mount(self, *options):
-        line = ["sshfs", "-f", f"root@127.0.0.1:{self.below}", self.point, "-p", PORT,
+        line = ["sshfs", "-f", f"root@127.0.0.1:{self.below}", self.point, "-p", PORT, "-F", "/dev/null",
                 "-o", f"IdentityFile={self.path('user')},StrictHostKeyChecking=no,UserKnownHostsFile=/dev/null"]
         for option in options:
             line += ["-o", option]
-
-        def is_up():
-            if not self.is_mounted(self.point) and self.client.poll() is not None:
-                self.client = self.server(*line)  # the server was not up yet
-            return self.is_mounted(self.point)
-
+        self.write("below/there", b"")
         self.client = self.server(*line)
         self.mounts.append(self.point)
-        self.wait_until(is_up, "not mounted")
+        self.wait_until(lambda: os.path.exists(os.path.join(self.point, "there")), "not mounted")
 
     def sftp(self):
         found = self.processes("sftp-server")
@@ -136,10 +140,10 @@ class Sshfs(NetworkCase):
         playing = self.stream("play", os.path.join(self.point, "clip"), 6, 8, 500)
         time.sleep(2)
         self.signal_sftp(signal.SIGSTOP)
-        played = self.end_of(playing)
+        played = self.answer_of(playing)
         self.assertGreater(played["failures"], 1)
         self.assertEqual(played["wrong"], 0)
-        recorded = self.end_of(self.stream("record", os.path.join(self.point, "shot"), 1, 8, 500))
+        recorded = self.answer_of(self.stream("record", os.path.join(self.point, "shot"), 1, 8, 500))
         self.assertFalse(recorded["complete"])
         self.assertNotEqual(recorded["error"], "")
         self.signal_sftp(signal.SIGCONT)

@@ -275,5 +275,6 @@ int main(int count, char** words)
         return 2;
     }
     std::printf("%s\n", answer.dump().c_str());
+    std::fflush(stdout);  // the end of the process may wait for a server
     return 0;
 }
