@@ -113,6 +113,40 @@ TEST_F(TransferSteps, ARequestThatIsPutOffGoesToAWorkerAndFailsInTheEnd)
     }
 }
 
+TEST_F(TransferSteps, AnInterruptionInTheMiddleGoesOnWhereItWas)
+{
+    for (const TransferKind kind : {TransferKind::read, TransferKind::write}) {
+        Transfer transfer = make(kind, 1000, 100);
+        static_cast<void>(transfer.nextStep());
+        EXPECT_FALSE(transfer.advance(30));
+        static_cast<void>(transfer.nextStep());
+        EXPECT_FALSE(transfer.advance(-EINTR));
+        const Transfer::Step step = transfer.nextStep();
+        EXPECT_EQ(step.position, 1030U);
+        EXPECT_EQ(step.count, 70U);
+        EXPECT_EQ(step.memory, memory_.data() + 30);
+        EXPECT_TRUE(transfer.advance(70));
+        EXPECT_EQ(transfer.done(), 100U);
+    }
+}
+
+TEST_F(TransferSteps, ARequestThatIsPutOffInTheMiddleGoesOnAndItsTriesBeginAnewWithEachByte)
+{
+    Transfer transfer = make(TransferKind::write, 0, 20);
+    for (std::uint64_t byte = 0; byte < 20; ++byte) {
+        for (int refusal = 0; refusal < 99; ++refusal) {
+            static_cast<void>(transfer.nextStep());
+            ASSERT_FALSE(transfer.advance(-EAGAIN));
+        }
+        const Transfer::Step step = transfer.nextStep();
+        EXPECT_TRUE(step.onWorker);
+        EXPECT_EQ(step.position, byte);
+        EXPECT_EQ(transfer.advance(1), byte == 19);
+        EXPECT_TRUE(byte == 19 || !transfer.nextStep().onWorker);
+    }
+    EXPECT_TRUE(transfer.succeeded());
+}
+
 TEST_F(TransferSteps, HugeTransfersAreCutAtAMultipleOfEveryAlignment)
 {
     constexpr std::size_t count = (std::size_t{3} << 30) + 5;
