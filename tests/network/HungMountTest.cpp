@@ -313,6 +313,26 @@ TEST_F(HungMount, AShortReadGoesOnToTheEnd)
     EXPECT_GE(direct.fired("read"), 300);
 }
 
+TEST_F(HungMount, AnAnswerThatIsTooShortIsNotTheEndOfTheFile)
+{
+    const std::string contents = noise(300'000);
+    put(hung, "clip", contents);
+    const Qz::Ptr<iFile> file = open(at(hung, "clip"), os::accessRead, os::creationOpen);
+    std::string memory(contents.size(), '\0');
+    hung.rule("read clip short 1000");
+    std::size_t done = 0;
+    EXPECT_FALSE(file->read(0, memory.data(), memory.size(), &done));
+    EXPECT_EQ(lastError(), errorFromErrno(EIO));
+    EXPECT_LT(done, memory.size());
+    hung.rule("");
+    // To the end and not beyond: what the kernel made up is not kept.
+    EXPECT_TRUE(file->read(0, memory.data(), memory.size(), &done));
+    EXPECT_EQ(done, memory.size());
+    EXPECT_TRUE(memory == contents);
+    EXPECT_TRUE(file->read(299'000, memory.data(), 5000, &done));
+    EXPECT_EQ(done, 1000U);
+}
+
 // --- beside a good location
 
 TEST_F(HungMount, AnotherLocationIsAnsweredAtOnce)

@@ -70,6 +70,9 @@ public:
     void stayBuffered() { mayBeDirect_ = false; }
 
 private:
+    // Nothing came: is it the end of the file? Asks the server.
+    [[nodiscard]] bool endsHere() const;
+
     const SharedDescriptor* file_ = nullptr;
     std::byte* memory_ = nullptr;
     std::uint64_t position_ = 0;
