@@ -17,6 +17,8 @@ namespace {
 using fake::Op;
 using Pace = FakeStage::Pace;
 
+// Real time: long enough for a busy machine, short enough for every transfer that is dropped.
+constexpr unsigned stallLimitMs = 1000;
 constexpr unsigned clip = 1;
 constexpr unsigned linkedClip = 2;
 
@@ -74,7 +76,7 @@ void play(Stage& stage)
     tellOf(stage, "the player", reader->openError());
     if (!reader->isOpen())
         return;
-    reader->setStallLimit(100);
+    reader->setStallLimit(stallLimitMs);
     readNow(stage, *reader, 3, 5000);
     std::vector<std::future<MediaReadResult>> asked;
     for (std::uint64_t i = 0; i < 4; ++i)
@@ -84,7 +86,8 @@ void play(Stage& stage)
         readNow(stage, *reader, 300'000 + i * 100'000, 100'000);
     // An asynchronous read whose transfer does not end is given up by the end of its reader.
     for (const auto& future : asked)
-        if (reader && future.wait_for(std::chrono::milliseconds(500)) != std::future_status::ready)
+        if (reader &&
+            future.wait_for(std::chrono::milliseconds(2 * stallLimitMs)) != std::future_status::ready)
             reader.reset();
     for (std::uint64_t i = 0; i < 4; ++i)
         takeAnswer(stage, i * 6000, asked[i]);
@@ -157,7 +160,7 @@ void copy(Stage& stage)
         writer.abandon();
         return;
     }
-    reader.setStallLimit(100);
+    reader.setStallLimit(stallLimitMs);
     reader.setReadAhead(500'000);
     std::vector<std::byte> piece(200'000);
     bool good = true;

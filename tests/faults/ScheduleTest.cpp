@@ -14,11 +14,7 @@ namespace {
 
 constexpr unsigned watchdogSeconds = 120;
 constexpr unsigned failuresShown = 3;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned long seedsUnasked = 300;
-#else
-constexpr unsigned long seedsUnasked = 2000;
-#endif
+constexpr unsigned long seedsUnasked = sanitized ? 300 : 1500;
 
 unsigned long numberFrom(const char* variable, unsigned long otherwise)
 {

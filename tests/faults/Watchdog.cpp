@@ -30,10 +30,11 @@ void onSignal(int number)
 Watchdog::Watchdog(unsigned seconds) : thread_([this, seconds] { watch(seconds); })
 {
     std::signal(SIGABRT, onSignal);
-#if !defined(__SANITIZE_ADDRESS__)
+    // A sanitizer tells more about these than we could.
+    if (sanitized)
+        return;
     std::signal(SIGSEGV, onSignal);
     std::signal(SIGBUS, onSignal);
-#endif
 }
 
 Watchdog::~Watchdog()

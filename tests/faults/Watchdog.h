@@ -5,6 +5,16 @@
 #include <string>
 #include <thread>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+inline constexpr bool sanitized = true;  // runs take several times as long
+#else
+inline constexpr bool sanitized = false;
+#endif
+#else
+inline constexpr bool sanitized = false;
+#endif
+
 // Watchdog: ends the process, telling what it was at, when that takes too long or ends it by a signal.
 class Watchdog
 {
