@@ -12,6 +12,7 @@
 #include "fsys/FsysFile.h"
 #include "fsys/ListHold.h"
 #include "fsys/MediaDrive.h"
+#include "os/LastError.h"
 #include "support/Log.h"
 
 #include <algorithm>
@@ -281,9 +282,10 @@ unsigned FsysFile::StartRequests(Vector<FileRequest*>* list)
 // Deliberate: the callers hear of it here, on the polling thread and under the locks of its pass.
 void FsysFile::failStart(Vector<FileRequest*>* list, FileRequest* request, unsigned result)
 {
+    const unsigned reason = result != 0 ? result : lastError();
     Log("Failed starting request ECODE %8x\n", result);
     if (!request->isRead())
-        tellLoss(request->position_, request->ByteCount_, result);
+        tellLoss(request->position_, request->ByteCount_, reason);
     subtractOutstanding(request->isRead(), request->ByteCount_);
     // From here on nothing merges into it: a caller that asks again must get a new request.
     request->beginFinish();

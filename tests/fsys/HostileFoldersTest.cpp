@@ -76,7 +76,7 @@ void bindSocket(const std::string& path)
     ::close(fd);
 }
 
-// How many files a large folder has; the nightly run asks for a million.
+// How many files a large folder has; tests/full.sh asks for a million.
 unsigned manyFiles()
 {
     const char* count = std::getenv("FSYS_TEST_FOLDER_FILES");

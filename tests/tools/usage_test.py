@@ -3,7 +3,7 @@ import re
 import signal
 import subprocess
 
-from command_case import CommandCase, DONE, FAILED, USAGE, main
+from command_case import CommandCase, DONE, FAILED, NO, USAGE, main
 
 COMMANDS = [line.split() for line in (
     "location add", "location list", "location remove", "location rename", "location prepare", "location unmounted",
