@@ -76,7 +76,7 @@ private:
     [[nodiscard]] std::uint64_t bytesOfUnknown();
     bool cutAndFlush(std::uint64_t* bytes);
     [[nodiscard]] std::uint64_t writeOtherwise();
-    bool writeOtherwise(const WriteBlock& block, std::uint64_t* good);
+    bool writeOtherwise(const WriteBlock& block, bool isCut, std::uint64_t* good);
     [[nodiscard]] std::uint64_t wholeEnd(std::uint64_t limit) const;
     void name(MediaRecording& result);
     [[nodiscard]] bool isMistakenForLink(std::uint64_t bytes);

@@ -198,18 +198,20 @@ std::uint64_t MediaWriter::Recording::bytesToKeep()
 std::uint64_t MediaWriter::Recording::writeOtherwise()
 {
     std::uint64_t good = queue_.writtenEnd();
+    // Blocks behind the one that failed have taken room, for nothing. They are still in memory.
+    const bool isCut = queue_.hasWrittenBehind() && file_.handle().setSize(std::max(good, flushed_));
     for (const Qz::Ptr<WriteBlock>& block : queue_.blocks())
-        if (!writeOtherwise(*block, &good))
+        if (!writeOtherwise(*block, isCut, &good))
             return good;
     if (current_)
-        writeOtherwise(*current_, &good);
+        writeOtherwise(*current_, isCut, &good);
     return good;
 }
 
 // False where it ends.
-bool MediaWriter::Recording::writeOtherwise(const WriteBlock& block, std::uint64_t* good)
+bool MediaWriter::Recording::writeOtherwise(const WriteBlock& block, bool isCut, std::uint64_t* good)
 {
-    if (block.state() == WriteBlock::State::written) {
+    if (!isCut && block.state() == WriteBlock::State::written) {
         *good = block.end();
         return true;
     }

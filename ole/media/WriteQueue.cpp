@@ -69,6 +69,13 @@ unsigned WriteQueue::failureCode() const
     return failed == blocks_.end() ? 0 : (*failed)->code();
 }
 
+bool WriteQueue::hasWrittenBehind() const
+{
+    return std::any_of(blocks_.begin(), blocks_.end(), [](const Qz::Ptr<WriteBlock>& block) {
+        return block->state() == WriteBlock::State::written;
+    });
+}
+
 std::uint64_t WriteQueue::wholeEnd(std::uint64_t limit) const
 {
     for (auto block = blocks_.rbegin(); block != blocks_.rend(); ++block)

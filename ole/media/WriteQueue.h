@@ -41,6 +41,8 @@ public:
     [[nodiscard]] unsigned failureCode() const;
     // All bytes before it are on the disk.
     [[nodiscard]] std::uint64_t writtenEnd() const { return writtenEnd_; }
+    // True when blocks that are on the disk are held because of one before them.
+    [[nodiscard]] bool hasWrittenBehind() const;
     // The end of the last whole write that does not end behind limit. REQUIRES: limit >= writtenEnd().
     [[nodiscard]] std::uint64_t wholeEnd(std::uint64_t limit) const;
     [[nodiscard]] const std::vector<Qz::Ptr<WriteBlock>>& blocks() const { return blocks_; }

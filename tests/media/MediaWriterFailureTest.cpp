@@ -452,6 +452,27 @@ TEST_F(MediaWriterFailure, AFullDiskThatRefusesTheSecondFlushAsWellLeavesAnUnfin
     EXPECT_TRUE(contents(partial) == all.substr(0, 1'800'000));
 }
 
+TEST_F(MediaWriterFailure, BlocksBehindTheOneThatFoundNoRoomGiveTheirsBackToIt)
+{
+    os.transfers().setAutomatic(false);
+    MediaWriter writer(path, options());
+    EXPECT_EQ(3U, writeMany(writer, 3, mebibyte));
+    EXPECT_TRUE(os.transfers().awaitHeld(3));
+    EXPECT_TRUE(os.transfers().failAt(1, full));
+    EXPECT_TRUE(os.transfers().completeNext());
+    EXPECT_TRUE(os.transfers().completeNext());
+    os.log().clear();
+    const MediaRecording recorded = writer.finish();
+    EXPECT_EQ(MediaErrorCode::diskFull, recorded.error.code);
+    EXPECT_EQ(3 * mebibyte, recorded.bytes);
+    EXPECT_TRUE(contents(path) == all.substr(0, 3 * mebibyte));
+    const std::vector<std::string> calls = os.log().lines({Op::setSize, Op::write});
+    ASSERT_GT(calls.size(), 2U);
+    EXPECT_THAT(calls[0],
+                testing::AllOf(testing::StartsWith("setSize"), HasSubstr(std::to_string(mebibyte))));
+    EXPECT_THAT(calls[1], testing::StartsWith("write"));
+}
+
 TEST_F(MediaWriterFailure, WhereBlocksAreBufferedTooOnlyWhatWasFlushedIsSureToHaveFoundRoom)
 {
     const Path file = L"/net/shot.mov";
