@@ -195,6 +195,20 @@ private:
     std::uint64_t cacheStart_ = 512;
 };
 
+// False when there is nothing left to start or to end. A start without memory is tried 40 times, and one that
+// fails holds up those behind it for a pass.
+bool startAndEndSome(FakeOS& os)
+{
+    for (unsigned idle = 0; idle < 45; ++idle) {
+        const unsigned before = os.transfers().accepted();
+        FsysTestAccess::readPass();
+        FsysTestAccess::writePass();
+        if (os.transfers().completeAll() != 0 || os.transfers().accepted() != before)
+            return true;
+    }
+    return false;
+}
+
 class Run
 {
 public:
@@ -390,16 +404,9 @@ private:
             os_.faults().failNext(op, errorFromErrno(EIO), times);
     }
 
-    // Starts and ends all there is. A start without memory is tried 40 times, and one that fails holds up
-    // those behind it for a pass.
     void settle()
     {
-        for (unsigned idle = 0; idle < 45;) {
-            const unsigned before = os_.transfers().accepted();
-            FsysTestAccess::readPass();
-            FsysTestAccess::writePass();
-            const std::size_t ended = os_.transfers().completeAll();
-            idle = ended != 0 || os_.transfers().accepted() != before ? 0 : idle + 1;
+        while (startAndEndSome(os_)) {
         }
     }
 
@@ -424,12 +431,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const NoLog silence;
     static const bool ready = [] {
         os.files().addDrive(L"/m/");
-        os.clock().setIdleHandler([] {
-            const unsigned before = os.transfers().accepted();
-            FsysTestAccess::readPass();
-            FsysTestAccess::writePass();
-            return os.transfers().completeAll() != 0 || os.transfers().accepted() != before;
-        });
+        os.clock().setIdleHandler([] { return startAndEndSome(os); });
         return true;
     }();
     (void)ready;
