@@ -30,8 +30,10 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -179,6 +181,14 @@ void recordUntilFull(const std::string& path, std::uint64_t number, std::size_t 
     outcome.recorded = writer.finish();
 }
 
+// A btrfs at its limit may have no room for what a cut or its flush writes. A recording then keeps its
+// unfinished name, and what it says that it holds is there.
+bool mayRefuseToCut(const std::string& path)
+{
+    struct statfs system = {};
+    return ::statfs(fs::path(path).parent_path().c_str(), &system) == 0 && system.f_type == BTRFS_SUPER_MAGIC;
+}
+
 void expectWholeWrites(const std::string& path, std::uint64_t number, std::size_t writeBytes,
                        const Outcome& outcome)
 {
@@ -189,11 +199,14 @@ void expectWholeWrites(const std::string& path, std::uint64_t number, std::size_
         << recorded.error.text;
     EXPECT_EQ(0U, recorded.bytes % writeBytes);
     EXPECT_GE(recorded.bytes, outcome.onDisk / writeBytes * writeBytes);
-    EXPECT_EQ(recorded.bytes != 0, recorded.hasFinalName);
-    EXPECT_FALSE(fs::exists(path + ".partial"));
-    const std::string there = contentsOf(path);
-    EXPECT_EQ(recorded.bytes, there.size());
-    EXPECT_EQ(recorded.bytes, matchingBytes(number, 0, std::as_bytes(std::span(there))));
+    const bool unfinished = recorded.bytes != 0 && !recorded.hasFinalName;
+    EXPECT_TRUE(!unfinished || mayRefuseToCut(path));
+    EXPECT_EQ(unfinished, fs::exists(path + ".partial"));
+    const std::string there = contentsOf(unfinished ? path + ".partial" : path);
+    EXPECT_GE(there.size(), recorded.bytes);
+    EXPECT_TRUE(unfinished || there.size() == recorded.bytes);
+    const std::string good = there.substr(0, recorded.bytes);
+    EXPECT_EQ(recorded.bytes, matchingBytes(number, 0, std::as_bytes(std::span(good))));
 }
 
 class FullDiskMoments : public testing::Test
@@ -303,6 +316,7 @@ TEST_F(FullDiskMoments, RecordingsKeepAllWholeWrites)
             expectWholeWrites(pathOf(i), i + 1, writeBytes[i], outcomes[i]);
             cutOff += outcomes[i].recorded.complete ? 0U : 1U;
             fs::remove(pathOf(i));
+            fs::remove(pathOf(i) + ".partial");
         }
     }
     std::printf("%u recordings cut off\n", cutOff);
