@@ -738,18 +738,8 @@ TEST_F(MediaWriterFailure, ARecordingThatCannotBeginDoesNotRemoveTheFileThatTook
 
 TEST_F(MediaWriterFailure, ARenameThatWasDoneButIsNotSafeYetIsToldAsSuch)
 {
-    struct Unsafe : ForwardingFileManager
-    {
-        using ForwardingFileManager::ForwardingFileManager;
-        bool renameFile(const Path& from, const Path& to) override
-        {
-            target().renameFile(from, to);
-            setLastErrno(EIO);
-            return false;
-        }
-    };
     ForwardingOS forwarding(os);
-    Unsafe files(*os.getFileManager());
+    UnsafeRenames files(*os.getFileManager());
     forwarding.use(files);
     MediaWriter writer(path, options());
     EXPECT_TRUE(writer.write(bytesOf("recorded")));

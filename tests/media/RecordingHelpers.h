@@ -5,10 +5,12 @@
 #include "media/MediaWriter.h"
 #include "os/LastError.h"
 #include "os/testing/FakeOS.h"
+#include "os/testing/ForwardingOS.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -110,4 +112,16 @@ protected:
 
 private:
     ScopedOS installed_;
+};
+
+// A platform whose renames are done and not safe yet: it could not flush the folder.
+struct UnsafeRenames : ForwardingFileManager
+{
+    using ForwardingFileManager::ForwardingFileManager;
+    bool renameFile(const LightweightString<wchar_t>& from, const LightweightString<wchar_t>& to) override
+    {
+        target().renameFile(from, to);
+        setLastErrno(EIO);
+        return false;
+    }
 };

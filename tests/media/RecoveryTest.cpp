@@ -283,19 +283,9 @@ TEST_F(Recovery, ARenameThatWasDoneButIsNotSafeYetIsToldAsSuchAndToTheCache)
 {
     leave(left, 100);
     const UnfinishedRecording found = only();
-    struct Unsafe : ForwardingFileManager
-    {
-        using ForwardingFileManager::ForwardingFileManager;
-        bool renameFile(const Path& from, const Path& to) override
-        {
-            target().renameFile(from, to);
-            setLastErrno(EIO);
-            return false;
-        }
-    };
     const cachetest::CacheListener listener;
     ForwardingOS forwarding(os);
-    Unsafe files(*os.getFileManager());
+    UnsafeRenames files(*os.getFileManager());
     forwarding.use(files);
     const ScopedOS unsafeRename(forwarding);
     EXPECT_EQ(MediaErrorCode::renameFailed, finishUnfinished(found).code);
