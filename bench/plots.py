@@ -4,6 +4,7 @@ import matplotlib
 
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  (the backend has to be chosen first)
+from matplotlib.ticker import FuncFormatter, LogLocator  # noqa: E402
 
 MARKS = "osD^v<>PX*hd8p"
 
@@ -22,7 +23,7 @@ def plot_subject(subject, summaries, path):
                 # Another first metric in another row is still "the first metric": rates in their own unit.
                 key = metric.key if metric.key == "cpu_us_per_request" else row.metrics[0].key
                 part = summaries[row.name].get(peer, {}).get(key, {}).get("ratio")
-                if part and part["min"] > 0:
+                if part and part["min"] > 0 and peer != row.peers[0]:
                     xs.append(part["median"])
                     ys.append(y + (number / max(len(peers) - 1, 1) - 0.5) * 0.6)
                     low.append(part["median"] - part["min"])
@@ -31,6 +32,9 @@ def plot_subject(subject, summaries, path):
                            color=plt.get_cmap("tab20")(number % 20))
         panel.axvline(1, color="black", linewidth=0.8)
         panel.set_xscale("log")
+        panel.xaxis.set_major_locator(LogLocator(subs=(1, 2, 5)))
+        panel.xaxis.set_major_formatter(FuncFormatter(lambda ratio, place: f"{ratio:g}"))
+        panel.xaxis.set_minor_formatter(FuncFormatter(lambda ratio, place: ""))
         better = "right" if metric.more_is_better else "left"
         panel.set_xlabel(f"{metric.label if metric.key == 'cpu_us_per_request' else 'rate or ' + metric.label}: "
                          f"ours / peer (we are better on the {better})")
