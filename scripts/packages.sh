@@ -26,6 +26,7 @@ bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd
     python3-matplotlib)
 fuzz_packages=(clang-14 libclang-rt-14-dev libclang-common-14-dev)
 guard_packages=(python3 valgrind)
+docs_packages=(mkdocs mkdocs-material python3)
 # Real servers for tests/network.
 network_packages=(glusterfs-server glusterfs-client sshfs openssh-server samba samba-common-bin smbclient
     libfuse3-dev fuse3 iproute2)
