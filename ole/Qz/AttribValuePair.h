@@ -13,11 +13,15 @@ namespace Qz {
 class QZ_API AttribValuePair
 {
 public:
+    // Splits a line.
     AttribValuePair(const LightweightString<char>& text, char separator);
+    // Puts a line together; valid when name is not empty.
     AttribValuePair(const LightweightString<char>& name, const LightweightString<char>& value,
                     char separator);
 
+    // False when the pair must not be used: no separator, or nothing in front of it.
     [[nodiscard]] bool isValid() const { return valid_; }
+    // Each verbatim; null where the text had no separator.
     [[nodiscard]] const LightweightString<char>& getName() const { return name_; }
     [[nodiscard]] const LightweightString<char>& getValue() const { return value_; }
     // Name, separator and value in one text.

@@ -8,10 +8,11 @@
 #include <cstdint>
 #include <string_view>
 
+// What a channel of a clip carries. The values are the letters of the text form.
 enum CookieType : char {
-    CookieTypeVision = 'V',
-    CookieTypeSound = 'S',
-    CookieTypeInvalid = 'I',
+    CookieTypeVision = 'V',   // pictures
+    CookieTypeSound = 'S',    // sound
+    CookieTypeInvalid = 'I',  // no cookie
 };
 
 // Cookie: the media identity of a clip, a shot or one channel of it.
@@ -44,9 +45,13 @@ public:
     // A cookie that no other call, process or machine has made: time and random bits.
     [[nodiscard]] static Cookie makeNew(CookieType type = CookieTypeVision);
 
+    // CookieTypeInvalid for an invalid cookie.
     [[nodiscard]] CookieType getType() const noexcept { return type_; }
+    // The number that all channels of the clip share.
     [[nodiscard]] std::uint64_t getClip() const noexcept { return clip_; }
+    // 0 to 255; those of each type count from a number of their own.
     [[nodiscard]] unsigned char getChannel() const noexcept { return channel_; }
+    // True when it is of vision or of sound.
     [[nodiscard]] bool valid() const noexcept { return type_ != CookieTypeInvalid; }
 
     // The complete form, or the short form when complete is false.
@@ -57,6 +62,7 @@ public:
     // Below 0, 0 or above 0: orders by clip, then type, then channel.
     [[nodiscard]] int compare(const Cookie& other) const noexcept;
 
+    // Each as compare tells.
     friend bool operator==(const Cookie& a, const Cookie& b) noexcept { return a.compare(b) == 0; }
     friend bool operator<(const Cookie& a, const Cookie& b) noexcept { return a.compare(b) < 0; }
 

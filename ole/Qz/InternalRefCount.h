@@ -18,10 +18,13 @@ class QZ_API InternalRefCount
 {
 public:
     InternalRefCount() noexcept = default;
+    // An object that nobody refers to yet.
     InternalRefCount(const InternalRefCount&) noexcept : count_(0) {}
+    // Leaves both counts alone.
     InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
     virtual ~InternalRefCount();
 
+    // One more reference. REQUIRES: the caller has one, or the object is new.
     void addRef() const noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
 
     // True when the caller dropped the last reference and must delete the object.

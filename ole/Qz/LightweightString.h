@@ -24,10 +24,14 @@ template <class CharT>
 class LightweightString
 {
 public:
+    // What an operation takes as a text.
     using View = std::basic_string_view<CharT>;
+    // What find answers when there is nothing to find.
     static constexpr std::size_t npos = View::npos;
 
+    // A null string.
     LightweightString() noexcept = default;
+    // A copy of text. Null gives a null string.
     LightweightString(const CharT* text) : LightweightString(viewOf(text)) {}
     LightweightString(View text) : body_(text.data() ? Body::make(text, text.size()) : nullptr) {}
     LightweightString(const std::basic_string<CharT>& text) : LightweightString(View(text)) {}
@@ -60,19 +64,28 @@ public:
         LightweightString(std::move(other)).swap(*this);
         return *this;
     }
+    // Exchanges both texts.
     void swap(LightweightString& other) noexcept { std::swap(body_, other.body_); }
 
+    // Characters of the text, without the zero behind it.
     [[nodiscard]] std::size_t size() const noexcept { return body_ ? body_->size : 0; }
+    // True for a null string and for a text of no characters.
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+    // True when it holds no text at all.
     [[nodiscard]] bool isNull() const noexcept { return body_ == nullptr; }
+    // The text with a zero behind it; never null. Valid until the string changes or goes.
     [[nodiscard]] const CharT* c_str() const noexcept { return body_ ? body_->text() : &terminator; }
+    // The text as a view, valid as c_str is.
     [[nodiscard]] View view() const noexcept { return View(c_str(), size()); }
+    // A copy.
     [[nodiscard]] std::basic_string<CharT> str() const { return std::basic_string<CharT>(view()); }
+    // As view.
     operator View() const noexcept { return view(); }
 
     // The character at index; the terminating zero for any index at or past the end.
     CharT operator[](std::size_t index) const noexcept { return index < size() ? c_str()[index] : CharT(0); }
 
+    // Appends text. Takes memory only where this string shares its body or has no room left.
     LightweightString& operator+=(View text)
     {
         append(text);
@@ -86,6 +99,7 @@ public:
         append(View(&character, 1));
         return *this;
     }
+    // The first text followed by the second.
     friend LightweightString operator+(const LightweightString& a, View b)
     {
         return b.empty() ? a : joined(a.view(), b);
@@ -118,6 +132,7 @@ public:
     {
         return from >= size() ? LightweightString() : LightweightString(view().substr(from, count));
     }
+    // The first place at or behind from; npos for none.
     [[nodiscard]] std::size_t find(View text, std::size_t from = 0) const noexcept
     {
         return view().find(text, from);
@@ -126,8 +141,11 @@ public:
     {
         return view().find(character, from);
     }
+    // The last place; npos for none.
     [[nodiscard]] std::size_t rfind(CharT character) const noexcept { return view().rfind(character); }
+    // Character by character; every text begins with the empty one.
     [[nodiscard]] bool startsWith(View text) const noexcept { return view().starts_with(text); }
+    // Character by character; every text ends with the empty one.
     [[nodiscard]] bool endsWith(View text) const noexcept { return view().ends_with(text); }
     // True when both share one body (or both are null); for tests of sharing.
     [[nodiscard]] bool sharesBodyWith(const LightweightString& other) const noexcept
@@ -135,6 +153,7 @@ public:
         return body_ == other.body_;
     }
 
+    // True for the same characters; null and empty are equal.
     friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept
     {
         return a.body_ == b.body_ || a.view() == b.view();
@@ -148,6 +167,7 @@ public:
     {
         return a.view() == View(b);
     }
+    // Orders by the values of the characters.
     friend std::strong_ordering operator<=>(const LightweightString& a, const LightweightString& b) noexcept
     {
         return a.view().compare(b.view()) <=> 0;
@@ -223,12 +243,16 @@ private:
     Body* body_ = nullptr;
 };
 
+// UTF-8.
 using NarrowString = LightweightString<char>;
+// UTF-32.
 using WideString = LightweightString<wchar_t>;
 
+// Equal texts have equal hashes, null and empty ones too.
 template <class CharT>
 struct std::hash<LightweightString<CharT>>
 {
+    // That of std::basic_string_view.
     std::size_t operator()(const LightweightString<CharT>& text) const noexcept
     {
         return std::hash<std::basic_string_view<CharT>>()(text.view());

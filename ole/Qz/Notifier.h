@@ -23,6 +23,7 @@ template <class Result, class Arg>
 class QZ_API iCallbackBase : public iObject
 {
 public:
+    // Takes one message, on the thread that issues it.
     virtual Result call(Arg argument) = 0;
 };
 
@@ -31,6 +32,7 @@ template <class Result, class Arg>
 class QZ_API FunctionCallback : public iCallbackBase<Result, Arg>
 {
 public:
+    // REQUIRES: function is not empty.
     explicit FunctionCallback(std::function<Result(Arg)> function) : function_(std::move(function)) {}
     Result call(Arg argument) override { return function_(std::move(argument)); }
 
@@ -42,21 +44,26 @@ private:
 class QZ_API NotifierRecord : public iObject
 {
 public:
+    // A record for messages of that type.
     explicit NotifierRecord(int type) : type_(type) {}
     ~NotifierRecord() override;
+    // The notification type that it waits for.
     [[nodiscard]] int getType() const { return type_; }
 
 private:
     int type_;
 };
 
+// A record with the callback for messages of type Msg.
 template <class Msg>
 class QZ_API CallbackInvoker : public NotifierRecord
 {
 public:
+    // A null callback hears nothing.
     CallbackInvoker(const Qz::Ptr<iCallbackBase<int, Msg>>& callback, int type)
         : NotifierRecord(type), callback_(callback)
     {}
+    // Calls the callback on this thread.
     void invoke(const Msg& message) const
     {
         if (callback_)
@@ -67,10 +74,13 @@ private:
     Qz::Ptr<iCallbackBase<int, Msg>> callback_;
 };
 
+// The list of listeners, whatever their messages are.
 class QZ_API NotifierBase
 {
 public:
+    // A notifier without listeners.
     NotifierBase();
+    // Handles that outlive it go on to be harmless.
     virtual ~NotifierBase();
     NotifierBase(const NotifierBase&) = delete;
     NotifierBase& operator=(const NotifierBase&) = delete;
@@ -88,10 +98,12 @@ private:
     Qz::Ptr<List> list_;
 };
 
+// A notifier whose messages are of type Msg.
 template <class Msg>
 class QZ_API GenericNotifier : public NotifierBase
 {
 public:
+    // Has callback called for each message of type, until the answered handle goes.
     [[nodiscard]] Qz::Ptr<iObject> addListener(const Qz::Ptr<iCallbackBase<int, Msg>>& callback, int type)
     {
         return registerInternal(Qz::Ptr<NotifierRecord>(new CallbackInvoker<Msg>(callback, type)));
@@ -107,4 +119,5 @@ public:
     }
 };
 
+// A notifier of the messages that the whole system uses.
 using Notifier = GenericNotifier<NotifyMsg>;

@@ -12,11 +12,14 @@
 class QZ_API NotifyMsg
 {
 public:
+    // A message; payload may be null.
     NotifyMsg(const LightweightString<char>& text, const Qz::Ptr<iObject>& payload)
         : text_(text), payload_(payload)
     {}
 
+    // What happened, or to what, as the issuer documents it.
     [[nodiscard]] const LightweightString<char>& getText() const { return text_; }
+    // The object that it is about; null for none. Cast back with Qz::dynamicCast.
     [[nodiscard]] const Qz::Ptr<iObject>& getPayload() const { return payload_; }
 
 private:
@@ -29,6 +32,7 @@ private:
 class QZ_API NotifyMsgTypeDictionary
 {
 public:
+    // The dictionary of the process, made on first use and never destroyed.
     static NotifyMsgTypeDictionary& instance();
 
     // The number of name; made on first use, in rising order from 1.

@@ -23,6 +23,7 @@ public:
     // Gives back a block that this pool handed out; null is ignored.
     void give(void* block);
 
+    // Bytes of a block, as asked for.
     [[nodiscard]] std::size_t blockSize() const;
     // Blocks handed out and not given back; for tests.
     [[nodiscard]] std::size_t blocksInUse() const;

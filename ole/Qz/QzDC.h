@@ -26,6 +26,7 @@ class QZ_API Receiver
 {
 public:
     virtual ~Receiver() = default;
+    // Handles command with parameter, on the thread that executes it. 1 when it was handled.
     virtual int executeCommand(Cmd& command, typename Cmd::Parameter& parameter) = 0;
 };
 
@@ -34,15 +35,19 @@ template <class Cmd>
 class QZ_API SimpleCommandRep final : public Qz::InternalRefCount
 {
 public:
+    // receiver is borrowed.
     explicit SimpleCommandRep(Receiver<Cmd>* receiver) : receiver_(receiver) {}
+    // The receiver that it was made with.
     [[nodiscard]] Receiver<Cmd>* receiver() const { return receiver_; }
 
+    // From the pool; throws std::bad_alloc when there is no memory.
     static void* operator new(std::size_t)
     {
         if (void* memory = pool().take())
             return memory;
         throw std::bad_alloc();
     }
+    // Back to the pool.
     static void operator delete(void* memory) { pool().give(memory); }
 
 private:
@@ -61,8 +66,10 @@ template <class P, class Tag, class Traits>
 class QZ_API SmplCmd
 {
 public:
+    // What a call carries.
     using Parameter = P;
 
+    // receiver is borrowed and outlives every copy of the command.
     explicit SmplCmd(Receiver<SmplCmd>* receiver) : rep_(new SimpleCommandRep<SmplCmd>(receiver)) {}
 
     // REQUIRES: the receiver is not null and still alive.

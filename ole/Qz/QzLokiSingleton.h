@@ -22,6 +22,7 @@ template <class T>
 class QZ_API SingletonHolder
 {
 public:
+    // The instance, made now when there is none.
     static T& instance()
     {
         if (T* existing = instance_.load(std::memory_order_acquire))
@@ -37,6 +38,7 @@ public:
         return *made;
     }
 
+    // Destroys the instance. One that is asked for afterwards is made anew.
     static void destroy()
     {
         T* ending = nullptr;

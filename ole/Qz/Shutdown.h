@@ -11,11 +11,13 @@
 //             hook, set by the first addCallback, runs what is still registered with eNormalExit.
 namespace Shutdown {
 
+// Why the process ends.
 enum eExitType : int {
-    eNormalExit = 0,
-    eAbnormalExit = 1,
+    eNormalExit = 0,    // in order
+    eAbnormalExit = 1,  // because something failed
 };
 
+// Ends something; is told why.
 using Callback = void (*)(eExitType);
 
 // Registers callback; the same one may be registered more than once and then runs more than once. Null
@@ -25,8 +27,9 @@ QZ_API void addCallback(Callback callback, int priority);
 // Runs each registered callback once and forgets it. Callbacks registered meanwhile run as well.
 QZ_API void run(eExitType type);
 
-// Sees every registration, before it takes effect. Null restores the plain behaviour. For tests.
+// Sees a registration.
 using Observer = void (*)(Callback callback, int priority);
+// Has observer see every registration, before it takes effect. Null restores the plain behaviour. For tests.
 QZ_API void setObserver(Observer observer);
 
 }  // namespace Shutdown

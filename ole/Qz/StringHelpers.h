@@ -18,7 +18,9 @@ namespace Qz {
 // Greek, Cyrillic and Armenian letters and of full-width forms, as of Unicode 15. Characters outside
 // of these blocks compare as they are; nothing is normalised and no character folds to two.
 [[nodiscard]] QZ_API wchar_t foldCase(wchar_t character) noexcept;
+// True when both are the same but for case, by foldCase.
 [[nodiscard]] QZ_API bool equalsIgnoringCase(std::wstring_view a, std::wstring_view b) noexcept;
+// True when text begins with prefix, by foldCase; every text begins with the empty one.
 [[nodiscard]] QZ_API bool startsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix) noexcept;
 [[nodiscard]] QZ_API bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept;  // ASCII
 

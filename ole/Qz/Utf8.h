@@ -17,11 +17,14 @@
 // Null:       a null string (a null pointer, a view of nothing) converts to a null string.
 // Zero byte:  the pointer forms stop at the zero; the other forms convert everything given.
 
+// The UTF-8 of a wide text, by the rules above.
 [[nodiscard]] QZ_API LightweightString<char> toUTF8(std::wstring_view text);
+// The wide text of bytes, by the rules above.
 [[nodiscard]] QZ_API LightweightString<wchar_t> fromUTF8(std::string_view bytes);
 [[nodiscard]] QZ_API LightweightString<wchar_t> fromUTF8(const char* zeroTerminated);
 // Adds what fromUTF8 makes of bytes to the end of text, so that many conversions share one block of memory.
 QZ_API void appendFromUTF8(std::wstring& text, std::string_view bytes);
+// The UTF-8 of a wide text, by the rules above.
 [[nodiscard]] QZ_API LightweightString<char> toUTF8(const wchar_t* zeroTerminated);
 [[nodiscard]] inline LightweightString<char> toUTF8(const std::wstring& text)
 {
@@ -31,6 +34,7 @@ QZ_API void appendFromUTF8(std::wstring& text, std::string_view bytes);
 {
     return text.isNull() ? LightweightString<char>() : toUTF8(text.view());
 }
+// The wide text of bytes, by the rules above.
 [[nodiscard]] inline LightweightString<wchar_t> fromUTF8(const std::string& bytes)
 {
     return fromUTF8(std::string_view(bytes));

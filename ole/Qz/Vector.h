@@ -19,14 +19,19 @@ template <class T>
 class Vector
 {
 public:
+    // An empty array.
     Vector() = default;
     // Makes an empty array with room for capacity elements.
     explicit Vector(unsigned capacity) { items_.reserve(capacity); }
 
+    // Elements.
     [[nodiscard]] unsigned size() const { return static_cast<unsigned>(items_.size()); }
+    // True without elements.
     [[nodiscard]] bool empty() const { return items_.empty(); }
+    // Elements for which there is room.
     [[nodiscard]] unsigned capacity() const { return static_cast<unsigned>(items_.capacity()); }
 
+    // Appends item.
     void add(const T& item) { items_.push_back(item); }
     void add(T&& item) { items_.push_back(std::move(item)); }
 
@@ -45,6 +50,7 @@ public:
         const auto first = items_.begin() + static_cast<std::ptrdiff_t>(index);
         items_.erase(first, first + static_cast<std::ptrdiff_t>(count < left ? count : left));
     }
+    // Removes one element; an index out of range is ignored.
     void removeIdx(unsigned index) { remove(index, 1); }
 
     // Index of the first equal element, or -1.
@@ -75,17 +81,22 @@ public:
         other.items_.clear();
     }
 
+    // Removes all elements; the room stays.
     void clear() { items_.clear(); }
 
+    // The element at i. Out of range: an assertion line, and an element that belongs to the type (see
+    // above).
     T& operator[](unsigned i)
     {
         return Qz::verify(i < size(), "i < size_", "ole/Qz/Vector line 62") ? items_[i] : fallback();
     }
+    // The same.
     const T& operator[](unsigned i) const
     {
         return Qz::verify(i < size(), "i < size_", "ole/Qz/Vector line 62") ? items_[i] : fallback();
     }
 
+    // Each as of std::vector: any change of size ends its validity.
     [[nodiscard]] auto begin() { return items_.begin(); }
     [[nodiscard]] auto end() { return items_.end(); }
     [[nodiscard]] auto begin() const { return items_.begin(); }

@@ -6,8 +6,8 @@
 
 // What a completion function is told about its part of a transfer. Callers compare the numbers.
 enum RequestStatus : unsigned {
-    eRequestSuccess = 2,
-    eRequestError = 3,  // FsysGetLastError tells the code; the buffer is empty
+    eRequestSuccess = 2,  // done; a read may have met the end of the file
+    eRequestError = 3,    // FsysGetLastError tells the code; the buffer is empty
 };
 
 // Called when an asynchronous read or write has ended: with the caller's context, the data, and how it

@@ -31,7 +31,9 @@ public:
 
     // Takes over the six values of the picture; the proxy level stays.
     void setCoreData(const Qz::Image::Core::Data& data);
+    // As it was given, also when it is none of the three.
     [[nodiscard]] eProxyLevel getProxyLevel() const;
+    // See Errors.
     void setProxyLevel(eProxyLevel level);
 
     // Copies format into the default of the process.

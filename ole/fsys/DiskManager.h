@@ -39,7 +39,9 @@ class VolumeList;
 class FSYS_API DiskManager
 {
 public:
+    // Of the operating system.
     using Path = LightweightString<wchar_t>;
+    // What people call a location.
     using Name = LightweightString<wchar_t>;
 
     // Rule of findBestDrive; any other value selects nothing.
@@ -86,6 +88,7 @@ public:
     [[nodiscard]] static VolumePosition find(DriveId id);
     // Its index; 4294967295 when there is none.
     [[nodiscard]] static std::uint32_t find_index_for_drive(const DriveId& id);
+    // Each true when a drive of that id is registered.
     [[nodiscard]] static bool isVolumePresent(DriveId id);
     [[nodiscard]] static bool isMaterialVolume(DriveId id);
     // Null when there is none.
@@ -103,9 +106,9 @@ public:
     // The same, as the drive; the null drive past the end. The reference is good until the drive leaves the
     // registry, so threads other than the control thread take get_drive and getVolume.
     [[nodiscard]] static MediaDrive& getMediaDrive(unsigned short index);
-    // Walk in the order of registration; false at the end, id is then untouched. An id that is not
-    // registered has no next.
+    // Begins a walk in the order of registration; false, id untouched, when nothing is registered.
     static bool getFirstMaterialVolume(DriveId& id);
+    // Goes on from id; false at the end, id is then untouched. An id that is not registered has no next.
     static bool getNextMaterialVolume(DriveId& id);
     // The first drive whose user name (local name where unnamed) is name to the letter; '0' for none.
     [[nodiscard]] static DriveId getDriveWithName(const Name& name);
@@ -116,6 +119,7 @@ public:
     // 1 when info was filled (MediaDrive::getInfo), else 0. After 0, an unknown id has left all of info
     // untouched; a drive whose volume does not answer has filled the flags and left the bytes.
     static int getVolInfo(DriveId id, VolumeInfo* info);
+    // True when discovery found the drive; false for an id that is not registered.
     [[nodiscard]] static bool isVolumeAutoDiscovered(DriveId id);
     // True when the caller may write there.
     [[nodiscard]] static bool writableVolume(const Path& path);

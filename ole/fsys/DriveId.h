@@ -13,15 +13,19 @@
 class FSYS_API DriveId
 {
 public:
+    // Names none.
     constexpr DriveId() noexcept = default;
+    // Any character; that it is registered is not checked.
     constexpr explicit DriveId(char id) noexcept : id_(id) {}
 
     // False for the identifier that names no media location.
     [[nodiscard]] constexpr bool valid() const noexcept { return id_ != none; }
+    // The character; '0' for none.
     [[nodiscard]] constexpr char asChar() const noexcept { return id_; }
     // The identifier as a text of exactly one character.
     [[nodiscard]] LightweightString<char> asString() const;
 
+    // Each by the character.
     friend constexpr bool operator==(DriveId, DriveId) noexcept = default;
     friend constexpr auto operator<=>(DriveId, DriveId) noexcept = default;
 
@@ -31,8 +35,10 @@ private:
     char id_ = none;
 };
 
+// For unordered containers.
 template <>
 struct std::hash<DriveId>
 {
+    // That of the character.
     std::size_t operator()(DriveId id) const noexcept { return std::hash<char>()(id.asChar()); }
 };

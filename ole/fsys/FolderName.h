@@ -12,12 +12,15 @@ class FolderName
 public:
     // None, which is not the folder of an empty text.
     FolderName() noexcept = default;
+    // The folder of that text; shared with all that have the same.
     explicit FolderName(std::wstring_view text);
     FolderName(const FolderName& other) noexcept;
     FolderName(FolderName&& other) noexcept;
+    // Takes over what other holds.
     FolderName& operator=(FolderName other) noexcept;
     ~FolderName();
 
+    // True when it holds no folder at all.
     [[nodiscard]] bool isNone() const noexcept { return !body_; }
     // Empty for none. The text lives as long as a holder.
     [[nodiscard]] std::wstring_view view() const noexcept;

@@ -35,11 +35,12 @@
 class FSYS_API FsysDirectoryEntry final : public iObject
 {
 public:
+    // An entry without files.
     FsysDirectoryEntry();
     ~FsysDirectoryEntry() override;
     FsysDirectoryEntry(const FsysDirectoryEntry&) = delete;
     FsysDirectoryEntry& operator=(const FsysDirectoryEntry&) = delete;
-    // Of a pool (RecordPool).
+    // Each of a pool (RecordPool).
     static void* operator new(std::size_t bytes);
     static void operator delete(void* entry) noexcept;
 
@@ -49,8 +50,9 @@ public:
     [[nodiscard]] std::uint64_t fileSize() const;
     // The list itself; see Threads.
     [[nodiscard]] const std::list<MediaFileInfo>& getProxyFiles() const;
-    // Copies, taken in one piece. Without a high-res file a record with no drive and an empty path.
+    // A copy, taken in one piece. Without a high-res file a record with no drive and an empty path.
     [[nodiscard]] MediaFileInfo getHighResFile() const;
+    // Copies of all proxies, taken in one piece.
     [[nodiscard]] std::list<MediaFileInfo> copyProxyFiles() const;
     // True when the high-res file is a link file.
     [[nodiscard]] bool isLinked() const;
@@ -60,8 +62,9 @@ public:
     // OS path of the high-res media: the target of a link, otherwise the file itself. With resolve a
     // link's target goes through the platform's path resolution.
     [[nodiscard]] LightweightString<wchar_t> getPhysicalFilename(bool resolve) const;
-    // The last component of the resolved physical name, and that of the file itself.
+    // The last component of the resolved physical name.
     [[nodiscard]] LightweightString<wchar_t> getName() const;
+    // The last component of the name of the file itself, of a link that of the link.
     [[nodiscard]] LightweightString<wchar_t> getLinkFileName() const;
 
     // --- which file to open

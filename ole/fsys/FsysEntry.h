@@ -63,6 +63,6 @@ FSYS_API void FsysSetWriteSpeedWarning(bool on);
 // the next one before they sleep. 0, the configuration's "BusyWait" at first, for none; 100 covers a disk's
 // small read. It costs up to two processors while requests come and none while there are none.
 FSYS_API void FsysSetBusyWait(unsigned microseconds);
-// Kept for callers; the engine merges by each file's coalesce length.
+// Each is kept for callers and has no effect; the engine merges by each file's coalesce length.
 FSYS_API void FsysSetReadMaxCoalesceSize(unsigned bytes);
 FSYS_API void FsysSetWriteMaxCoalesceSize(unsigned bytes);

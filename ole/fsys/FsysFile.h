@@ -20,8 +20,8 @@ class FsysPoll;
 
 // How FsysFile::Seek reads its offset. Any value that is not eSeekAbsolute means relative.
 enum SEEK_TYPE : int {
-    eSeekRelative = 0,
-    eSeekAbsolute = 1,
+    eSeekRelative = 0,  // from the position
+    eSeekAbsolute = 1,  // from the start of the file
 };
 
 // FsysFile: one open file of the I/O engine. Made by FsysOpen, ended by FsysClose.
@@ -46,6 +46,7 @@ public:
     // Wraps a handle that is open already, for synchronous use only.
     FsysFile(const Qz::Ptr<iFile>& handle, FsysPoll* poll, unsigned sectorSize, iDiskDrive::eType type,
              unsigned flags, unsigned coalesceLength);
+    // Drops finished requests. REQUIRES: nothing of it is under way.
     virtual ~FsysFile();
     FsysFile(const FsysFile&) = delete;
     FsysFile& operator=(const FsysFile&) = delete;
@@ -57,12 +58,13 @@ public:
                                   bool onNetworkDrive);
     // Releases both handles; 1.
     virtual unsigned LowLevelClose();
-    // Issue a request's transfer: 1 when the platform took it, 0 when not. After 1 the request may be
+    // Each issues a request's transfer: 1 when the platform took it, 0 when not. After 1 the request may be
     // finished and gone.
     virtual unsigned LowLevelAsyncRead(FileRequest* request);
     virtual unsigned LowLevelAsyncWrite(FileRequest* request);
-    // At the file's position, which stays. Read: 1 or 0. Write: 1 or the platform's error code.
+    // Reads at the file's position, which stays: 1 or 0.
     virtual unsigned LowLevelRead(void* buffer, unsigned bytes);
+    // Writes at the file's position, which stays: 1 or the platform's error code.
     virtual unsigned LowLevelWrite(const void* buffer, unsigned bytes);
     // 1; info is untouched when the platform does not know.
     virtual unsigned LowLevelGetInfo(FILE_INFO* info);
@@ -138,7 +140,7 @@ public:
 
     // --- request lists, for the engine
 
-    // 1: queued or merged, the file owns the request. 0: refused, the caller keeps it.
+    // Each lists request. 1: queued or merged, the file owns it. 0: refused, the caller keeps it.
     FSYS_LOCAL unsigned QueueReadRequest(FileRequest* request);
     FSYS_LOCAL unsigned QueueWriteRequest(FileRequest* request);
     // 1: answered from a finished read, the request is gone. 0: the caller keeps it.
@@ -154,7 +156,9 @@ public:
 
     // Puts the position at the end of the file, for writes append; false when that cannot be told.
     [[nodiscard]] FSYS_LOCAL bool goToEnd();
+    // Takes the memory that writes are gathered in; nothing is gathered then.
     FSYS_LOCAL void AllocWriteCache();
+    // Gives it back, with what is gathered.
     FSYS_LOCAL void FreeWriteCache();
     // Writes out what is gathered, twice, and waits up to 4 seconds for outstanding writes.
     FSYS_LOCAL void WaitForDrain();
@@ -170,29 +174,38 @@ public:
 
     // --- plain accessors, for the engine
 
+    // The path that it was made with.
     [[nodiscard]] const LightweightString<wchar_t>& path() const { return path_; }
+    // Bytes to which a queued request may grow by merging.
     [[nodiscard]] std::uint32_t coalesceLength() const
     {
         return coalesceLength_.load(std::memory_order_relaxed);
     }
+    // See FsysSetCoalesceLength.
     void setCoalesceLength(std::uint32_t bytes) { coalesceLength_.store(bytes, std::memory_order_relaxed); }
+    // What SendWriteSegBuffer writes. No operation of the engine fills it in.
     [[nodiscard]] const Qz::Ptr<iMemHolder>& writeSegment() const { return writeSegment_; }
+    // Bytes of it that carry data.
     void setWriteSegmentFill(std::uint32_t bytes) { writeSegmentFill_ = bytes; }
+    // Each tells the bytes of this file's requests of one direction that have not ended.
     [[nodiscard]] std::uint32_t readBytesOutstanding() const { return readBytesOutstanding_; }
     [[nodiscard]] std::uint32_t writeBytesOutstanding() const { return writeBytesOutstanding_; }
-    // Change the file's and the engine's counters of one direction together.
+    // Each changes the file's and the engine's counters of one direction together.
     FSYS_LOCAL void addOutstanding(bool isRead, std::uint32_t bytes);
     FSYS_LOCAL void subtractOutstanding(bool isRead, std::uint32_t bytes);
 
     // The object lives as long as it is open or a transfer of it is in flight: each holds one count, and
     // whoever gives back the last one deletes it.
     void holdForTransfer() { holds_.fetch_add(1, std::memory_order_relaxed); }
+    // Gives back one count of file.
     FSYS_LOCAL static void release(FsysFile* file);
     // Keeps the object while an operation waits: another thread may close the file meanwhile.
     class FSYS_LOCAL Hold
     {
     public:
+        // Takes one count of file.
         explicit Hold(FsysFile& file) : file_(file) { file_.holdForTransfer(); }
+        // Gives it back.
         ~Hold() { release(&file_); }
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;

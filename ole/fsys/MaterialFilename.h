@@ -21,6 +21,7 @@ public:
         : drive_(drive), path_(path)
     {}
 
+    // The media location; that it is registered is not checked.
     [[nodiscard]] const DriveId& getDrive() const noexcept { return drive_; }
     // The path as stored.
     [[nodiscard]] const LightweightString<wchar_t>& getPath() const noexcept { return path_; }

@@ -30,6 +30,7 @@ public:
     [[nodiscard]] static LightweightString<wchar_t> resolveLink(const MaterialFilename& file);
     // True when the file is a link and its target exists; false for a file that is no link.
     [[nodiscard]] static bool linkedFileExists(const MaterialFilename& file);
+    // True when osPath has the form of a link; false when it cannot be read. The target is not looked for.
     [[nodiscard]] static bool isLink(const LightweightString<wchar_t>& osPath);
     // The same for a file that is open for reading. False when its size or start cannot be told.
     [[nodiscard]] static bool isLink(iFile& file);

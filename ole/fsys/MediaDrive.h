@@ -16,10 +16,10 @@ class MaterialFilename;
 // VolumeInfo: what a drive's volume says of itself at the moment of asking.
 struct FSYS_API VolumeInfo
 {
-    std::uint64_t freeBytes = 0;
-    std::uint64_t totalBytes = 0;
-    bool isLocal = false;  // the drive's type is that of a local disk
-    bool slow = false;     // the I/O engine found the volume too slow for its transfers
+    std::uint64_t freeBytes = 0;   // that the caller may still fill
+    std::uint64_t totalBytes = 0;  // of the volume
+    bool isLocal = false;          // the drive's type is that of a local disk
+    bool slow = false;             // the I/O engine found the volume too slow for its transfers
 };
 
 // MediaDrive: the record of one media drive or media location.
@@ -35,6 +35,7 @@ struct FSYS_API VolumeInfo
 class FSYS_API MediaDrive : public iObject
 {
 public:
+    // Of the operating system.
     using Path = LightweightString<wchar_t>;
 
     // No drive: id '0', local type, sector size 0, everything else empty.
@@ -53,11 +54,15 @@ public:
 
     // --- the record
 
+    // Its id in the registry.
     [[nodiscard]] const DriveId& getId() const { return id_; }
     // The user's name; empty for an unnamed drive.
     [[nodiscard]] LightweightString<wchar_t> getName() const;
+    // In memory only; DiskManager::renameMediaLocation keeps a name.
     void setName(const LightweightString<wchar_t>& name);
+    // True when the user's name is empty.
     [[nodiscard]] bool is_unnamed() const;
+    // The kind of volume, as told when the drive was made.
     [[nodiscard]] iDiskDrive::eType getType() const { return type_; }
     // Root of the location in this system's form, less one trailing separator. Empty for "/".
     [[nodiscard]] const Path& getPath() const { return path_; }
@@ -69,6 +74,7 @@ public:
     [[nodiscard]] const Path& getLocalShare() const { return localShare_; }
     // True when discovery found the drive, false when a user or a list file added it.
     [[nodiscard]] bool isAutoDiscovered() const { return autoDiscovered_.load(std::memory_order_relaxed); }
+    // Says which; the registry does.
     void setAutoDiscovered(bool found) { autoDiscovered_.store(found, std::memory_order_relaxed); }
     // Bytes.
     [[nodiscard]] std::uint32_t getSectorSize() const { return sectorSize_.load(std::memory_order_relaxed); }
@@ -77,6 +83,7 @@ public:
     bool setSectorSize();
     // The volume answered too slowly for the engine's last transfers.
     [[nodiscard]] bool isSlow() const { return slow_.load(std::memory_order_relaxed); }
+    // Says so, or takes it back; the engine does.
     void setSlow(bool slow) { slow_.store(slow, std::memory_order_relaxed); }
 
     // --- names
@@ -95,8 +102,9 @@ public:
     void update() const;
     // As of the last refresh, less what drive selection has handed out since; may be negative.
     [[nodiscard]] double getSpaceMB() const { return spaceMB_.load(std::memory_order_relaxed); }
+    // All of the volume, as of the last refresh.
     [[nodiscard]] double getCapacityMB() const { return capacityMB_.load(std::memory_order_relaxed); }
-    // The same figures in bytes; a negative one gives 0.
+    // Each the same figure in bytes; a negative one gives 0.
     [[nodiscard]] std::uint64_t getSpaceBytes() const;
     [[nodiscard]] std::uint64_t getCapacityBytes() const;
     // Refreshes, then answers the free megabytes less the 2 that recordings never use; may be negative.
@@ -109,7 +117,7 @@ public:
 
     // --- media folders
 
-    // Name of the folder for a type of media: "Material", "Sound", or empty.
+    // Each: name of the folder for a type of media: "Material", "Sound", or empty.
     [[nodiscard]] static Path getFolder(CookieType type);
     [[nodiscard]] static Path getFolder(const Cookie& cookie);
     // Absolute folder for a type of media, with trailing separator; for a type without folder the root

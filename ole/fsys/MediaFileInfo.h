@@ -40,6 +40,7 @@ public:
     MediaFileInfo& operator=(const MediaFileInfo& other);
     ~MediaFileInfo() override;
 
+    // Where the file is: drive, and path below its root.
     [[nodiscard]] const MaterialFilename& getMaterialFilename() const noexcept { return materialFilename_; }
     // Replaces drive and path only: linked name, proxy fields, size and status stay those of the old place.
     void setMaterialFilename(const MaterialFilename& file) { materialFilename_ = file; }
@@ -48,9 +49,11 @@ public:
     [[nodiscard]] unsigned getProxyHeight() const noexcept { return proxyHeight_; }
     // 0 for a file that is no proxy.
     [[nodiscard]] unsigned getProxyAudioChannels() const noexcept { return proxyAudioChannels_; }
+    // By name alone.
     [[nodiscard]] bool isProxy() const { return isProxy(materialFilename_.getPath()); }
     // By size alone.
     [[nodiscard]] bool isLinkFile() const noexcept { return size == linkFileSize; }
+    // See Link state.
     [[nodiscard]] unsigned getLinkState() const noexcept { return linkState_; }
 
     // OS path of this file; of a link file that of the link itself.

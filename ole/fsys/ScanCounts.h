@@ -13,6 +13,7 @@ struct ScanCounts
     std::uint64_t skippedIneligible = 0;  // companions of media files
     std::uint64_t skippedNotCookie = 0;   // named after no cookie
 
+    // Adds every count of other.
     ScanCounts& operator+=(const ScanCounts& other)
     {
         files += other.files;

@@ -16,6 +16,7 @@ public:
     ShortGuard(const ShortGuard&) = delete;
     ShortGuard& operator=(const ShortGuard&) = delete;
 
+    // Waits for the guard, first by yielding, then asleep.
     void lock() noexcept
     {
         for (unsigned turn = 0; held_.test_and_set(std::memory_order_acquire); ++turn)
@@ -24,6 +25,7 @@ public:
             else  // a waiter of real-time priority must let the holder run
                 std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
+    // REQUIRES: this thread holds it.
     void unlock() noexcept { held_.clear(std::memory_order_release); }
 
 private:

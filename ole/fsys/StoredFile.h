@@ -22,6 +22,7 @@ class StoredFile
 public:
     // No drive, a null path, size 0, untested.
     StoredFile() noexcept = default;
+    // Drive and path of file.
     StoredFile(const MaterialFilename& file, std::uint64_t sizeBytes, unsigned status);
     // The path is folder followed by name.
     StoredFile(DriveId drive, const FolderName& folder, std::wstring_view name, std::uint64_t sizeBytes,
@@ -34,16 +35,22 @@ public:
 
     // True when the record stands for a file: it has a drive and a path.
     [[nodiscard]] bool isPresent() const noexcept;
+    // The media location; none for a record without file.
     [[nodiscard]] DriveId drive() const noexcept { return drive_; }
+    // Bytes, when the file was found.
     [[nodiscard]] std::uint64_t sizeBytes() const noexcept { return sizeBytes_; }
+    // An eMediaStatus.
     [[nodiscard]] unsigned status() const noexcept { return status_; }
     // One allocation, for the path.
     [[nodiscard]] MaterialFilename filename() const;
     // Same drive and path.
     [[nodiscard]] bool isNamed(const MaterialFilename& file) const noexcept;
 
+    // Moves the record to another location; the path stays.
     void setDrive(DriveId drive) noexcept { drive_ = drive; }
+    // Bytes of the file.
     void setSizeBytes(std::uint64_t sizeBytes) noexcept { sizeBytes_ = sizeBytes; }
+    // An eMediaStatus.
     void setStatus(unsigned status) noexcept { status_ = static_cast<std::uint8_t>(status); }
 
 private:

@@ -92,6 +92,7 @@ public:
     static void getFilesForShot(const Cookie& shot, Vector<LightweightString<wchar_t>>& out);
     // Appends to out what find answers for each channel.
     static void getMediaFilesForShot(const Cookie& shot, Vector<MaterialFilename>& out);
+    // The entries of the channels.
     [[nodiscard]] static std::vector<Qz::Ptr<FsysDirectoryEntry>> getClipMediaFiles(const Cookie& shot);
     // Sum of the sizes that the disk tells for getFilesForShot, in bytes.
     [[nodiscard]] static std::uint64_t getShotFileSize(const Cookie& shot);
@@ -139,9 +140,9 @@ public:
 
     // --- notification types: "SysCacheAdd", "SysCacheDel", "SysCacheAddProxy", "SysCacheDelProxy"
 
-    static unsigned int fileAddedMsgType_;
-    static unsigned int fileRemovedMsgType_;
-    static unsigned int proxyAddedMsgType_;
+    static unsigned int fileAddedMsgType_;     // a file was added
+    static unsigned int fileRemovedMsgType_;   // files are about to be deleted
+    static unsigned int proxyAddedMsgType_;    // a proxy was added
     static unsigned int proxyRemovedMsgType_;  // issued by other modules, not by this library
 
 private:

@@ -15,14 +15,21 @@
 class FSYS_API VolumeSnapshot : public Qz::InternalRefCount
 {
 public:
+    // In the order of registration.
     using Drives = std::vector<Qz::Ptr<MediaDrive>>;
+    // What indexOf answers when there is no such drive.
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
+    // Without drives.
     VolumeSnapshot() = default;
+    // REQUIRES: none of them is null.
     explicit VolumeSnapshot(Drives drives) : drives_(std::move(drives)) {}
 
+    // Drives.
     [[nodiscard]] std::size_t size() const { return drives_.size(); }
+    // REQUIRES: index is below size().
     [[nodiscard]] const Qz::Ptr<MediaDrive>& at(std::size_t index) const { return drives_[index]; }
+    // Each in the order of registration.
     [[nodiscard]] auto begin() const { return drives_.begin(); }
     [[nodiscard]] auto end() const { return drives_.end(); }
 
@@ -40,12 +47,14 @@ private:
 class FSYS_API VolumePosition
 {
 public:
+    // A place in drives; size() is the one behind the last. REQUIRES: drives is not null.
     VolumePosition(const Qz::Ptr<const VolumeSnapshot>& drives, std::size_t index)
         : drives_(drives), index_(index)
     {}
 
     // True for the place behind the last drive.
     [[nodiscard]] bool isEnd() const { return index_ >= drives_->size(); }
+    // The place, counted from 0.
     [[nodiscard]] std::size_t index() const { return index_; }
     // REQUIRES: not the end.
     [[nodiscard]] const Qz::Ptr<MediaDrive>& drive() const { return drives_->at(index_); }

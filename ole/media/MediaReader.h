@@ -23,8 +23,11 @@ public:
     // A window of memory: size bytes from offset on. REQUIRES: they lie inside it.
     MediaData(const Qz::Ptr<iMemHolder>& memory, std::size_t offset, std::size_t size);
 
+    // The bytes; valid as long as a copy of this lives.
     [[nodiscard]] std::span<const std::byte> bytes() const { return bytes_; }
+    // How many they are.
     [[nodiscard]] std::size_t size() const { return bytes_.size(); }
+    // True without bytes.
     [[nodiscard]] bool empty() const { return bytes_.empty(); }
 
 private:
@@ -36,8 +39,8 @@ private:
 // range; after an error it is empty.
 struct MediaReadResult
 {
-    MediaData data;
-    MediaError error;
+    MediaData data;    // in the order of the file
+    MediaError error;  // none after a success
 };
 
 // MediaReader: reads one media file, at any place, as fast as the disk allows.
@@ -70,6 +73,7 @@ struct MediaReadResult
 class MEDIA_API MediaReader
 {
 public:
+    // Takes the result of an asynchronous read; see Threads.
     using Callback = std::function<void(MediaReadResult)>;
     using Ticket = std::uint64_t;  // names an asynchronous read; 0 names none
 
@@ -91,15 +95,18 @@ public:
     explicit MediaReader(const LightweightString<wchar_t>& path);
     // Opens the file of a clip that suits format (SystemCache::findFileForCookie).
     MediaReader(const Cookie& cookie, const DecodeFormat& format);
+    // See The end.
     ~MediaReader();
     MediaReader(const MediaReader&) = delete;
     MediaReader& operator=(const MediaReader&) = delete;
 
+    // False when the file could not be opened; every read then fails with notOpen.
     [[nodiscard]] bool isOpen() const;
     // Why it is not open.
     [[nodiscard]] const MediaError& openError() const;
-    // The file that was opened, and the one whose bytes are read: the target of a link, else the same.
+    // The file that was opened.
     [[nodiscard]] const LightweightString<wchar_t>& path() const;
+    // The one whose bytes are read: the target of a link, else the same.
     [[nodiscard]] const LightweightString<wchar_t>& target() const;
 
     // Bytes of the file now; it may grow while it is read. 0 when the reader is not open or the file cannot
@@ -133,6 +140,7 @@ public:
     // set, 0 waits for ever. An asynchronous read ends when the disk answers or the reader goes.
     void setStallLimit(unsigned limitMs);
 
+    // As they are now; from any thread.
     [[nodiscard]] Counters counters() const;
 
 private:

@@ -22,11 +22,12 @@ struct MediaWriterOptions
     // XXH3-128 of what is written, on the way.
     bool hash = false;
     // onSpaceLow is called when the disk will have less free space than this, in bytes: once each time it
-    // falls below. freeBytes is what will be free once the disk has taken all that was written, with the
-    // write that is about to be: 0 when that does not fit. On the thread that calls the constructor or
-    // write, before the bytes are taken. It may finish or abandon the recording, which refuses the write,
-    // and must not destroy the writer.
+    // falls below.
     std::uint64_t lowSpaceBytes = std::uint64_t{1} << 30;
+    // freeBytes is what will be free once the disk has taken all that was written, with the write that is
+    // about to be: 0 when that does not fit. On the thread that calls the constructor or write, before the
+    // bytes are taken. It may finish or abandon the recording, which refuses the write, and must not destroy
+    // the writer.
     std::function<void(std::uint64_t freeBytes)> onSpaceLow = {};
     // A disk that takes nothing for so long makes the recording fail with givenUp; 0 waits for ever. This
     // bounds the waits for blocks that are under way, and on network and user-space file systems each of the
@@ -45,7 +46,7 @@ struct MediaRecording
     // The file: under its final name when complete or cut off by a full disk, else the unfinished one. Empty
     // when there was nothing to keep, or somebody removed it (fileVanished).
     LightweightString<wchar_t> path;
-    bool hasFinalName = false;
+    bool hasFinalName = false;  // false while the name ends with ".partial"
     // Bytes of the whole writes that the file holds. An unfinished file may have more behind them, when the
     // disk neither took nor refused them in time, or it is full and could not be cut. Of one that somebody
     // else cut off: what is left of them. Of one whose server has gone: what was flushed. After flushFailed
@@ -87,6 +88,7 @@ public:
     // the bytes elsewhere.
     static constexpr std::size_t blockBytes = std::size_t{1} << 20;
 
+    // Since the recording began.
     struct Counters
     {
         std::uint64_t writes = 0;       // accepted
@@ -101,6 +103,7 @@ public:
     // Records a file of a clip: its full-resolution file, or a proxy when name has the form of one
     // (MediaFileInfo::makeProxyName).
     MediaWriter(const Cookie& cookie, const MaterialFilename& name, MediaWriterOptions options = {});
+    // See The end.
     ~MediaWriter();
     MediaWriter(const MediaWriter&) = delete;
     MediaWriter& operator=(const MediaWriter&) = delete;
@@ -109,8 +112,9 @@ public:
     [[nodiscard]] bool isOpen() const;
     // The first failure.
     [[nodiscard]] MediaError error() const;
-    // The final name, and the one until then.
+    // The final name.
     [[nodiscard]] const LightweightString<wchar_t>& path() const;
+    // The name until then.
     [[nodiscard]] const LightweightString<wchar_t>& partialPath() const;
 
     // Appends data. True: all of it will be in the file, unless the disk fails. False: none of it will be.
@@ -125,6 +129,7 @@ public:
     // happens after finish.
     void abandon();
 
+    // As they are now; from any thread.
     [[nodiscard]] Counters counters() const;
 
 private:

@@ -11,9 +11,10 @@
 
 // Recovery: recordings that were not finished, because the program, the machine or the disk stopped.
 
+// One recording that was not finished, as it was found.
 struct UnfinishedRecording
 {
-    DriveId location{'0'};
+    DriveId location{'0'};                 // whose media folders it lies in
     LightweightString<wchar_t> path;       // of the unfinished file
     LightweightString<wchar_t> finalPath;  // what it is to become
     Cookie cookie;                         // from its name; not valid when that is no clip's

@@ -19,6 +19,7 @@ namespace os {
 class BriefLook
 {
 public:
+    // Never set back.
     using Clock = std::chrono::steady_clock;
 
     // A round of work is done; depth tells how much of it there was at once or is under way.
@@ -40,8 +41,9 @@ public:
         return true;
     }
 
-    // The wait that began with look has ended, with work or without.
+    // The wait that began with look has ended with work.
     OS_API void came();
+    // The wait that began with look has ended without work.
     OS_API void cameNot();
 
 private:

@@ -12,7 +12,10 @@ namespace os {
 // throughput where processors are few. In force on the ring backend.
 // Threads:    any; takes effect with the next wait.
 // Units:      microseconds; 0, as at first, for none.
+
+// Sets the time of looking, for all threads of the process.
 OS_API void setBusyWait(unsigned microseconds);
+// What is set, in microseconds.
 [[nodiscard]] OS_API unsigned busyWait();
 
 }  // namespace os

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 
-// Short forms of OS()->getClock().
+// Short form of OS()->getClock()->msecs().
 [[nodiscard]] OS_API std::uint32_t service_get_msecs();
+// Short form of OS()->getClock()->msecsPrecise().
 [[nodiscard]] OS_API double service_get_msecs_precise();
 // Milliseconds, same clock as service_get_msecs_precise.
 [[nodiscard]] OS_API double now();

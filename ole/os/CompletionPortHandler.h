@@ -9,9 +9,11 @@
 class CompletionPortHandlerCallbackContext
 {
 public:
+    // context is the owner that the transfer's iAsyncContext was made with.
     CompletionPortHandlerCallbackContext(bool succeeded, unsigned bytes, void* context)
         : succeeded_(succeeded), bytes_(bytes), context_(context)
     {}
+    // False for a transfer that failed; its code is the thread's last error while the completion runs.
     [[nodiscard]] bool succeeded() const { return succeeded_; }
     // Bytes that the transfer moved; 0 after a failure.
     [[nodiscard]] unsigned bytesProcessed() const { return bytes_; }
@@ -24,10 +26,12 @@ private:
     void* context_;
 };
 
+// Tells this command from others.
 struct OnIOCompletionTag
 {
 };
 
+// The command that a port executes for each finished transfer.
 using IOCompletionCommand = QzDC::SmplCmd<CompletionPortHandlerCallbackContext, OnIOCompletionTag,
                                           QzDC::ThreadSafetyTraits::ThreadSafe>;
 
@@ -35,7 +39,9 @@ using IOCompletionCommand = QzDC::SmplCmd<CompletionPortHandlerCallbackContext, 
 class OS_API iCompletionPort : public iObject
 {
 public:
+    // As CompletionPortHandler::attach.
     virtual bool attach(const Qz::Ptr<iFile>& file) = 0;
+    // As the end of a CompletionPortHandler; a second call does nothing.
     virtual void shutDown() = 0;
 };
 
@@ -54,8 +60,11 @@ public:
 class OS_API CompletionPortHandler
 {
 public:
+    // Starts the threads, of which name shows in debuggers. command is executed for each completion.
+    // maxThreads, concurrency and priority are for platforms that need them; they have no effect on Linux.
     CompletionPortHandler(const char* name, const IOCompletionCommand& command, int minThreads,
                           int maxThreads, int concurrency, int priority);
+    // See End.
     ~CompletionPortHandler();
     CompletionPortHandler(const CompletionPortHandler&) = delete;
     CompletionPortHandler& operator=(const CompletionPortHandler&) = delete;

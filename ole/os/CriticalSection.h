@@ -11,8 +11,11 @@ public:
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
 
+    // Waits for the lock; the thread that holds it gets it at once.
     void lock() { mutex_.lock(); }
+    // Gives it back, once for each lock. REQUIRES: this thread holds it.
     void unlock() { mutex_.unlock(); }
+    // False when another thread holds it.
     bool try_lock() { return mutex_.try_lock(); }
 
 private:

@@ -18,13 +18,16 @@
 class FolderListing
 {
 public:
+    // One file of the listing.
     struct File
     {
-        std::wstring_view name;
-        std::uint64_t size;  // bytes
+        std::wstring_view name;  // without folder; see Ownership
+        std::uint64_t size;      // bytes
     };
 
+    // Files.
     [[nodiscard]] std::size_t size() const noexcept { return ends_.size(); }
+    // True without files.
     [[nodiscard]] bool empty() const noexcept { return ends_.empty(); }
     // REQUIRES: index is below size().
     [[nodiscard]] File operator[](std::size_t index) const
@@ -33,11 +36,13 @@ public:
         return {std::wstring_view(text_).substr(begin, ends_[index].text - begin), ends_[index].size};
     }
 
+    // Appends a file.
     void add(std::wstring_view name, std::uint64_t sizeBytes)
     {
         text_ += name;
         ends_.push_back({text_.size(), sizeBytes});
     }
+    // Appends a file whose name is UTF-8, converted by the rules of Utf8.h.
     void addUTF8(std::string_view name, std::uint64_t sizeBytes)
     {
         appendFromUTF8(text_, name);
@@ -49,6 +54,7 @@ public:
         ends_.reserve(files);
         text_.reserve(characters);
     }
+    // Removes all files; the memory is kept for the next ones.
     void clear() noexcept
     {
         text_.clear();

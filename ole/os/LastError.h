@@ -12,12 +12,15 @@
 //             delivering while the completion runs.
 // Lifetime:   set by failing operations only; success leaves it as it is.
 
-constexpr unsigned platformErrorBase = 0x10000;
+constexpr unsigned platformErrorBase = 0x10000;  // what is added to an errno
 
+// The code of this thread; see Lifetime.
 [[nodiscard]] OS_API unsigned lastError();
+// Sets the code of this thread.
 OS_API void setLastError(unsigned code);
 // Sets and returns the code of an errno value.
 OS_API unsigned setLastErrno(int errorNumber);
+// The code of an errno value; that of EIO for 0.
 [[nodiscard]] OS_API unsigned errorFromErrno(int errorNumber);
 // The errno inside a code; 0 when the code is not a platform code.
 [[nodiscard]] OS_API int errnoFromError(unsigned code);

@@ -15,6 +15,7 @@ class OS_API iOperatingSystem
 {
 public:
     virtual ~iOperatingSystem() = default;
+    // Each never null; lives as long as the operating system.
     [[nodiscard]] virtual iFileManager* getFileManager() = 0;
     [[nodiscard]] virtual iThreadServices* getThreadServices() = 0;
     [[nodiscard]] virtual iClock* getClock() = 0;

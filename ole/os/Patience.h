@@ -16,11 +16,14 @@ namespace os {
 class OS_API Patience
 {
 public:
+    // From now on this thread waits so long.
     explicit Patience(unsigned limitMs);
+    // The limit before holds again.
     ~Patience();
     Patience(const Patience&) = delete;
     Patience& operator=(const Patience&) = delete;
 
+    // True while this thread has one.
     [[nodiscard]] static bool isSet();
     // The limit of this thread; usualMs when none is set.
     [[nodiscard]] static unsigned limitMs(unsigned usualMs);

@@ -13,7 +13,9 @@ namespace os {
 class OS_API SubmissionBatch
 {
 public:
+    // Begins a batch on this thread, or a part of the one that is under way.
     SubmissionBatch();
+    // Hands on what lies ready, unless an outer batch goes on.
     ~SubmissionBatch();
     SubmissionBatch(const SubmissionBatch&) = delete;
     SubmissionBatch& operator=(const SubmissionBatch&) = delete;

@@ -11,7 +11,9 @@
 class OS_API iAsyncContext : public iObject
 {
 public:
+    // owner is what the completion will name; it is not looked at.
     explicit iAsyncContext(void* owner) : owner_(owner) {}
+    // The owner that it was made with.
     [[nodiscard]] void* getOwner() const { return owner_; }
 
 private:

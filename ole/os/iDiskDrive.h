@@ -14,21 +14,23 @@
 class OS_API iDiskDrive : public iObject
 {
 public:
-    // Stored as 32 bits; callers compare the numbers.
+    // What kind of volume it is. Stored as 32 bits; callers compare the numbers.
     enum eType : unsigned {
-        eUnknown = 0,
-        eLocal = 1,
-        eRemovable = 2,
-        eNetwork = 3,
-        eOptical = 4,
+        eUnknown = 0,    // none of the others
+        eLocal = 1,      // a disk of this machine
+        eRemovable = 2,  // one that is made to be taken out
+        eNetwork = 3,    // on another machine
+        eOptical = 4,    // a disc
     };
 
+    // By the kind of its file system, and whether its device can be taken out.
     [[nodiscard]] virtual eType getType() const = 0;
     // Bytes; 512 when the device does not say. 0 only from platforms that know no better.
     [[nodiscard]] virtual std::uint32_t getSectorSize() const = 0;
-    // Bytes that the caller may still fill, and all bytes of the volume; 0 when not known yet. A server that
-    // keeps no account of its space counts as a terabyte, all of it free.
+    // Bytes that the caller may still fill; 0 when not known yet. A server that keeps no account of its
+    // space counts as a terabyte, all of it free.
     [[nodiscard]] virtual std::uint64_t getFreeBytes() const = 0;
+    // All bytes of the volume; 0 when not known yet, and a terabyte for such a server.
     [[nodiscard]] virtual std::uint64_t getTotalBytes() const = 0;
     // True for volumes that carry the system itself; media is never discovered there.
     [[nodiscard]] virtual bool isSystemDisk() const = 0;

@@ -13,9 +13,9 @@ struct FILE_INFO
 {
     std::uint64_t size = 0;       // bytes
     std::int64_t modifiedNs = 0;  // nanoseconds since 1970
-    std::uint64_t inode = 0;
-    std::uint64_t device = 0;
-    std::uint64_t links = 0;  // names that the file has; 0 once the last one was removed
+    std::uint64_t inode = 0;      // number of the file on its volume
+    std::uint64_t device = 0;     // number of the volume
+    std::uint64_t links = 0;      // names that the file has; 0 once the last one was removed
 };
 
 // iFile: an open file of the platform.
@@ -31,6 +31,7 @@ struct FILE_INFO
 class OS_API iFile : public iObject
 {
 public:
+    // False from close on, and for a file that could not be opened.
     [[nodiscard]] virtual bool isOpen() const = 0;
 
     // Reads up to count bytes at position. True when at least one byte was read, or count is 0; false at
@@ -75,6 +76,7 @@ public:
     // REQUIRES: buffer stays valid until the completion has been executed.
     virtual bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
                            const Qz::Ptr<iAsyncContext>& context) = 0;
+    // The same for a write. One of which not all bytes could be written is a failure.
     virtual bool asyncWrite(std::uint64_t position, const void* buffer, std::size_t count,
                             const Qz::Ptr<iAsyncContext>& context) = 0;
 

@@ -24,6 +24,7 @@
 class OS_API iFileManager
 {
 public:
+    // Of the operating system, wide.
     using Path = LightweightString<wchar_t>;
 
     // One regular file of a listing.
@@ -66,6 +67,7 @@ public:
 
     // --- folders
 
+    // True when path names a folder. Links are followed.
     [[nodiscard]] virtual bool directoryExists(const Path& path) = 0;
     // Makes one level. False when it is there already.
     virtual bool createDirectory(const Path& path) = 0;
@@ -86,6 +88,7 @@ public:
 
     // --- paths
 
+    // What stands between the components of a path.
     [[nodiscard]] virtual wchar_t getPathSeparator() const = 0;
     // The path of the file that path finally designates; path itself when that cannot be told.
     [[nodiscard]] virtual Path resolvePath(const Path& path) = 0;
@@ -115,5 +118,6 @@ public:
     virtual void reportError(const Path& path, unsigned code) = 0;
     // Removes the file at normal exit of the process if it still exists.
     virtual void registerForRemoval(const Path& path) = 0;
+    // A context for one asynchronous transfer at a time; owner is what its completion will name.
     virtual Qz::Ptr<iAsyncContext> createAsyncContext(void* owner) = 0;
 };

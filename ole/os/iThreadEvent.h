@@ -15,8 +15,11 @@
 class OS_API iThreadEvent : public iObject
 {
 public:
+    // Signals: lets one waiter through, or all where the event is manual-reset.
     virtual void set() = 0;
+    // Takes a signal back that nobody has used.
     virtual void reset() = 0;
+    // Waits for as long as it takes.
     virtual void wait() = 0;
     // True when the event was signalled within the time.
     virtual bool wait(unsigned timeoutMs) = 0;

@@ -8,6 +8,7 @@
 class OS_API iThreadServices
 {
 public:
+    // What a thread runs; its result is not looked at.
     using Body = int (*)(void* argument);
 
     virtual ~iThreadServices() = default;
@@ -18,5 +19,6 @@ public:
     // See co_create and co_kill in Threads.h.
     virtual unsigned createThread(Body body, const char* name, unsigned stackSize, void* argument,
                                   int priority, unsigned flags) = 0;
+    // See co_kill in Threads.h.
     virtual void endThread(unsigned id16) = 0;
 };

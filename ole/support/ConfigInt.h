@@ -15,6 +15,7 @@
 // Threads:    any; usable from static initialisers.
 [[nodiscard]] SUPPORT_API int config_int(const char* key, int defaultValue);
 
-// Sees every question and its answer; null ends that. For tests.
+// Sees a question and its answer.
 using ConfigObserver = void (*)(const char* key, int defaultValue, int answer);
+// Has observer see every question from now on; null ends that. For tests.
 SUPPORT_API void setConfigObserver(ConfigObserver observer);

@@ -16,7 +16,9 @@
 //             then appended to. When neither can be opened, texts for the log alone are dropped.
 // Threads:    any; one text is written whole. Usable before main and in static destructors.
 
+// Writes to the log file alone.
 SUPPORT_API void Log(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Writes to the log file and to standard output.
 SUPPORT_API void LogBoth(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Reports something that should not happen; the higher the level, the worse. Goes to the log as a line.
@@ -36,7 +38,9 @@ public:
     virtual ~iLogSink() = default;
     virtual void log(const char* text) = 0;      // Log
     virtual void logBoth(const char* text) = 0;  // LogBoth
+    // What qa_splat was given.
     virtual void splat(const char* text, int level) = 0;
+    // What herc_putstr was given.
     virtual void debugText(int column, int row, const char* text) = 0;
 };
 // Installs a sink and returns the one before, which gets no more calls; null brings the files back. For

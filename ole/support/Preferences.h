@@ -21,6 +21,7 @@ public:
     // False when the change could not be saved; it holds for this process all the same, and the next
     // change saves it with its own.
     bool setPreference(const LightweightString<char>& key, const LightweightString<wchar_t>& value);
+    // Takes away the value of key, which may have none. Saves as setPreference does, with the same result.
     bool removePreference(const LightweightString<char>& key);
 
     EditorPreferences(const EditorPreferences&) = delete;

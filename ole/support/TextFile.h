@@ -22,9 +22,13 @@ public:
     // Names the file; reads it when load is true.
     TextFile(const LightweightString<wchar_t>& path, bool load);
 
+    // Lines, with those that were appended and without those that were removed.
     [[nodiscard]] unsigned getLineCount() const;
+    // The line without its line break; null out of range.
     [[nodiscard]] LightweightString<char> getLine(unsigned index) const;
+    // Adds a line behind the last one; in memory, as removeLine.
     void appendLine(const LightweightString<char>& line);
+    // Takes a line out; those behind it move up.
     void removeLine(unsigned index);
     // Style 2 ends each line with CR LF, any other with LF. A line that holds a line break itself is
     // written as it is and comes back as several. False when the file could not be written; the old
