@@ -1,0 +1,10 @@
+# Run by cpack on the files that it is about to pack: removes their paths of libraries.
+file(GLOB_RECURSE files LIST_DIRECTORIES false ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(file IN LISTS files)
+  if(NOT IS_SYMLINK ${file})
+    file(READ ${file} magic LIMIT 4 HEX)
+    if(magic STREQUAL "7f454c46")
+      file(RPATH_REMOVE FILE ${file})
+    endif()
+  endif()
+endforeach()
