@@ -23,6 +23,10 @@ function(fsys_floor target folder output)
   add_library(${target}_objects OBJECT ${arg_SOURCES})
   target_include_directories(${target}_objects PUBLIC $<BUILD_INTERFACE:${root}>)
   target_link_libraries(${target}_objects PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE} fsys_warnings)
+  # The comparison of binary interfaces (scripts/abi-update.sh) reads types from the debug information.
+  if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT FSYS_SANITIZE)
+    target_compile_options(${target}_objects PRIVATE -g2)
+  endif()
 
   add_library(${target} SHARED $<TARGET_OBJECTS:${target}_objects>)
   add_library(fsys::${target} ALIAS ${target})
