@@ -28,6 +28,11 @@ const LightweightString<wchar_t>& MediaWriter::partialPath() const { return reco
 
 bool MediaWriter::write(std::span<const std::byte> data) { return recording_->write(data); }
 
+bool MediaWriter::rewrite(std::uint64_t offset, std::span<const std::byte> data)
+{
+    return recording_->rewrite(offset, data);
+}
+
 bool MediaWriter::flush() { return recording_->flush(); }
 
 MediaRecording MediaWriter::finish() { return recording_->end(true); }

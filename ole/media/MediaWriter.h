@@ -19,7 +19,7 @@ struct MediaWriterOptions
     // Bytes that wait to reach the disk, at most; a write that would exceed them waits. In whole blocks of
     // MediaWriter::blockBytes, at least 2 and at most 32.
     std::uint64_t bytesInFlight = std::uint64_t{8} << 20;
-    // XXH3-128 of what is written, on the way.
+    // XXH3-128 of what is written, on the way. After a rewrite finish reads the file for it.
     bool hash = false;
     // onSpaceLow is called when the disk will have less free space than this, in bytes: once each time it
     // falls below.
@@ -40,8 +40,8 @@ struct MediaWriterOptions
 // What became of a recording.
 struct MediaRecording
 {
-    // True: the file has its final name and holds, in order, exactly the bytes of all writes, safe against
-    // a loss of power.
+    // True: the file has its final name and holds, in order, exactly the bytes of all writes, as they were
+    // rewritten, safe against a loss of power.
     bool complete = false;
     // The file: under its final name when complete or cut off by a full disk, else the unfinished one. Empty
     // when there was nothing to keep, or somebody removed it (fileVanished).
@@ -52,7 +52,9 @@ struct MediaRecording
     // else cut off: what is left of them. Of one whose server has gone: what was flushed. After flushFailed
     // nobody knows which of them are on the device.
     std::uint64_t bytes = 0;
-    std::string hash;  // 32 hexadecimal digits; empty unless asked for and complete
+    // 32 hexadecimal digits; empty unless asked for and complete, or when a file with rewritten bytes could
+    // not be read.
+    std::string hash;
     // True when readers will take the file for a link, as they do with every file of 512 bytes that does
     // not begin with "RIFF". Record a byte more.
     bool mistakenForLink = false;
@@ -120,6 +122,12 @@ public:
     // Appends data. True: all of it will be in the file, unless the disk fails. False: none of it will be.
     // Throws nothing: a lack of memory is a failure (noMemory) like any other.
     bool write(std::span<const std::byte> data);
+    // Replaces bytes that were written before, from offset on: for headers that tell what came after them.
+    // Waits for the disk where they have left memory. False after a failure, and for a range that does not
+    // lie in what was written, which changes nothing and is no failure. Where writing it fails, or the
+    // machine stops before the next flush, the file holds the old bytes, the new ones, or some of each;
+    // what is kept of it is as long as ever.
+    bool rewrite(std::uint64_t offset, std::span<const std::byte> data);
     // Waits until all that was written is on the device. The recording can go on. False after a failure.
     bool flush();
     // Ends the recording: writes the rest, flushes it to the device, gives the file its name and tells the

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 
 // MediaWriter::Recording: the recording behind a MediaWriter.
 //
@@ -45,6 +46,7 @@ public:
     [[nodiscard]] Counters counters() const;
 
     bool write(std::span<const std::byte> data);
+    bool rewrite(std::uint64_t offset, std::span<const std::byte> data);
     bool flush();
     // Ends the recording; without giveName the file keeps its unfinished name.
     MediaRecording end(bool giveName);
@@ -63,6 +65,8 @@ private:
     void sendFullBlock();
     bool waitUntilAtMost(std::size_t blocks, bool* waited = nullptr);
     bool writeRest();
+    bool rewriteOnDisk(std::uint64_t offset, std::span<const std::byte> data);
+    [[nodiscard]] std::string hashOfFile();
     [[nodiscard]] std::uint64_t bytesUnderWay() const;
     void noteCounters(bool waited, double startedMs);
     void noteOnDisk();
@@ -96,6 +100,7 @@ private:
     std::uint64_t nextBlock_ = 0;           // where the block after that begins
     std::uint64_t accepted_ = 0;            // end of the last whole write
     std::uint64_t flushed_ = 0;             // on the device up to here, whatever happens behind it
+    bool rewritten_ = false;                // bytes were replaced after they had been hashed
     bool deviceIsUnknown_ = false;          // all was written, and nobody knows what arrived
     bool flushFoundNoRoom_ = false;         // what waited in memory may be lost
     std::optional<MediaRecording> result_;  // set when the recording has ended

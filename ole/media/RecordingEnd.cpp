@@ -72,7 +72,7 @@ void MediaWriter::Recording::endFile(bool giveName, MediaRecording& result)
     result.error = error();
     result.complete = result.hasFinalName && !result.error;
     if (hash_ && result.complete)
-        result.hash = hash_->text();
+        result.hash = rewritten_ ? hashOfFile() : hash_->text();
     close(result);
 }
 

@@ -71,6 +71,12 @@ std::size_t WriteBlock::append(std::span<const std::byte> data)
     return part;
 }
 
+void WriteBlock::replace(std::uint64_t position, std::span<const std::byte> data)
+{
+    if (!data.empty())
+        std::memcpy(buffer_ + (position - position_), data.data(), data.size());
+}
+
 void WriteBlock::endWholeWrite()
 {
     ends_[used_ - 1] = true;

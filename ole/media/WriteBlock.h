@@ -59,6 +59,8 @@ public:
 
     // Takes what has room; the number of bytes.
     std::size_t append(std::span<const std::byte> data);
+    // Replaces bytes from a position of the file on. REQUIRES: they were appended.
+    void replace(std::uint64_t position, std::span<const std::byte> data);
     [[nodiscard]] bool isFull() const { return used_ == getSize(); }
     // Notes that a write of the caller ends with the last byte. REQUIRES: there is one.
     void endWholeWrite();
