@@ -18,12 +18,12 @@ need_packages() {
 }
 
 build_packages=(g++ cmake ninja-build pkg-config ccache liburing-dev libmount-dev libcli11-dev
-    nlohmann-json3-dev libxxhash-dev)
+    nlohmann-json3-dev libxxhash-dev libavformat-dev libavcodec-dev libavutil-dev)
 # What makes Debian packages; cpack asks file(1) for the kind of each file.
 packaging_packages=(dpkg-dev file gzip binutils)
 test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
     xxhash e2fsprogs xfsprogs util-linux mount btrfs-progs nbdkit nbdkit-plugin-python libnbd-bin fuse3
-    strace "${packaging_packages[@]}" lintian abigail-tools)
+    strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3
     python3-matplotlib)
 fuzz_packages=(clang-14 libclang-rt-14-dev libclang-common-14-dev)
