@@ -17,6 +17,7 @@ struct LogState
 {
     std::mutex lock;
     iLogSink* sink = nullptr;
+    bool toStandardOutput = true;
     LogFile file;
     DebugScreen screen;
 };
@@ -65,7 +66,15 @@ void LogBoth(const char* format, ...)
         return;
     }
     log.file.append(text);
-    writeToStandardOutput(text);
+    if (log.toStandardOutput)
+        writeToStandardOutput(text);
+}
+
+void setLogToStandardOutput(bool on)
+{
+    LogState& log = state();
+    const std::lock_guard guard(log.lock);
+    log.toStandardOutput = on;
 }
 
 void qa_splat(const char* text, int level)

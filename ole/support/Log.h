@@ -21,6 +21,10 @@ SUPPORT_API void Log(const char* format, ...) __attribute__((format(printf, 1, 2
 // Writes to the log file and to standard output.
 SUPPORT_API void LogBoth(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// Whether LogBoth writes to standard output, as it does at first; the log file gets its texts in any case.
+// For programs whose standard output is an answer.
+SUPPORT_API void setLogToStandardOutput(bool on);
+
 // Reports something that should not happen; the higher the level, the worse. Goes to the log as a line.
 SUPPORT_API void qa_splat(const char* text, int level);
 

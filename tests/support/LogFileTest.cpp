@@ -68,6 +68,15 @@ TEST(LogFile, LogBothWritesToStandardOutputToo)
     EXPECT_EQ(folder.read("my.log"), "a\nb\n");
 }
 
+TEST(LogFile, LogBothLeavesStandardOutputToAProgramThatWantsItForItself)
+{
+    const TempFolder folder;
+    const auto result = runProbe({{"FSYS_LOG", folder.path("my.log")}},
+                                 {"quiet", "1", "both", "a\n", "quiet", "0", "both", "b\n"});
+    EXPECT_EQ(result.out, "b\n");
+    EXPECT_EQ(folder.read("my.log"), "a\nb\n");
+}
+
 TEST(LogFile, ACrashLosesNoTextThatWasLogged)
 {
     const TempFolder folder;

@@ -5,6 +5,7 @@
 //   config KEY DEFAULT         prints config_int
 //   write FILE TEXT            writes a file
 //   log TEXT, both TEXT        Log, LogBoth
+//   quiet 1, quiet 0           keeps LogBoth from standard output, and no longer
 //   splat TEXT LEVEL           qa_splat
 //   die                        ends the process at once, as a crash would, with status 3
 //   many TEXT COUNT            Log, COUNT times
@@ -78,6 +79,7 @@ const std::map<std::string, Command>& commands()
         {"write", {2, [](char** a) { std::ofstream(a[0], std::ios::trunc) << a[1]; }}},
         {"log", {1, [](char** a) { Log("%s", a[0]); }}},
         {"both", {1, [](char** a) { LogBoth("%s", a[0]); }}},
+        {"quiet", {1, [](char** a) { setLogToStandardOutput(std::atoi(a[0]) == 0); }}},
         {"splat", {2, [](char** a) { qa_splat(a[0], std::atoi(a[1])); }}},
         {"die", {0, [](char**) { std::_Exit(3); }}},
         {"many",
