@@ -33,6 +33,10 @@ docs_packages=(mkdocs mkdocs-material python3)
 network_packages=(glusterfs-server glusterfs-client sshfs openssh-server samba samba-common-bin smbclient
     libfuse3-dev fuse3 iproute2)
 
+# The Python module, and what its tests look with. Without these it is left out.
+build_packages+=(python3-dev pybind11-dev)
+test_packages+=(python3-numpy mypy)
+
 # Compiler launcher for cmake; objects that did not change are not compiled again, whatever the folder.
 ccache_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
