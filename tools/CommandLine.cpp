@@ -1,4 +1,5 @@
 #include "CommandLine.h"
+#include "Help.h"
 #include "Suggestion.h"
 
 #include <algorithm>
@@ -78,7 +79,7 @@ CommandLine::CommandLine()
     app_.add_flag("--verbose", options_.verbose, "show the library's diagnostics on standard error");
     app_.require_subcommand(1);
     app_.fallthrough();
-    app_.footer("exit status: 0 done, 1 the answer is no, 2 wrong usage, 3 the system failed");
+    addCommonHelp(app_);
     addLocationCommand(app_, options_, action_);
     addScanCommand(app_, options_, action_);
     addImportCommand(app_, options_, action_);

@@ -18,6 +18,8 @@ public:
     // What the words ask for; empty when there is nothing to do.
     [[nodiscard]] const Action& action() const { return action_; }
     [[nodiscard]] const Options& options() const { return options_; }
+    // Every command with its options, for those who describe them.
+    [[nodiscard]] const CLI::App& app() const { return app_; }
 
 private:
     CLI::App app_{

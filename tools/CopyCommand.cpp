@@ -125,7 +125,9 @@ void addCopyCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command = app.add_subcommand(
         "copy", "Copies all media of a clip, its channels and proxies, to another location");
     command->add_option("COOKIE", given->cookie, "clip")->required();
-    command->add_option("--location", given->location, "id or path of the location to copy to")->required();
+    command->add_option("--location", given->location, "id or path of the location to copy to")
+        ->type_name("LOCATION")
+        ->required();
     command->add_flag("--verify", given->verify, "read every copy back and compare");
     addHelp(
         *command,

@@ -10,11 +10,14 @@ void addDemoCommand(CLI::App& app, const Options& options, Action& action)
     const auto given = std::make_shared<DemoArguments>();
     CLI::App* const command =
         app.add_subcommand("demo", "Shows in a minute what this system does, in a folder of its own");
-    command->add_option(
-        "--dir", given->folder,
-        "the folder; made anew, and kept (default: one below the folder for temporary files)");
-    command->add_option("--media", given->media,
-                        "use the media files of this folder, by link, instead of made ones");
+    command
+        ->add_option("--dir", given->folder,
+                     "the folder; made anew, and kept (default: one below the folder for temporary files)")
+        ->type_name("DIR");
+    command
+        ->add_option("--media", given->media,
+                     "use the media files of this folder, by link, instead of made ones")
+        ->type_name("DIR");
     command->add_option("--seconds", given->seconds, "how long to play")
         ->check(numberWithin(secondsMin, secondsMax))
         ->capture_default_str();

@@ -171,7 +171,8 @@ void addTask(CLI::App& drive, const Options& options, Action& action)
     CLI::App* const task =
         drive.add_subcommand("task", "Asks for, or chooses, the location of a kind of task");
     task->add_option("TASK", given->task, "name of the task, as in Record")->required();
-    CLI::Option* const set = task->add_option("--set", given->set, "choose this location: id or path");
+    CLI::Option* const set =
+        task->add_option("--set", given->set, "choose this location: id or path")->type_name("LOCATION");
     CLI::Option* const clear = task->add_flag("--clear", given->clear, "forget the choice")->excludes(set);
     task->add_flag("--fallback", given->fallback,
                    "without a choice that can be reached: the last location with any room")

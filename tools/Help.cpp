@@ -1,10 +1,34 @@
 #include "Help.h"
 
+#include <memory>
 #include <sstream>
+#include <utility>
 
 namespace {
 
 constexpr std::size_t lineWidth = 100;
+
+// The parser keeps of a help its text alone; its parts ride on the formatter. Subcommands get the formatter
+// of the command above until they have one of their own, hence the owner.
+class HelpKeeper : public CLI::Formatter
+{
+public:
+    HelpKeeper(const CLI::App& owner, CommandHelp help) : owner_(&owner), help_(std::move(help)) {}
+
+    [[nodiscard]] const CommandHelp* helpOf(const CLI::App& command) const
+    {
+        return &command == owner_ ? &help_ : nullptr;
+    }
+
+private:
+    const CLI::App* owner_;
+    CommandHelp help_;
+};
+
+void keep(CLI::App& command, const CommandHelp& help)
+{
+    command.formatter(std::make_shared<HelpKeeper>(command, help));
+}
 
 void fillLine(const std::string& line, std::string& filled)
 {
@@ -40,13 +64,33 @@ std::string exitStatusText(const CommandHelp& help)
 
 void addHelp(CLI::App& command, const CommandHelp& help)
 {
+    keep(command, help);
     command.footer(filledLines(help.notes) + filledLines("keys: " + help.keys) +
                    filledLines(exitStatusText(help)) + "example: " + help.example);
 }
 
 void addGroupHelp(CLI::App& group, const std::string& example)
 {
+    keep(group, {.done = {}, .failed = {}, .example = example});
     group.footer("--help behind one of these tells its options, the keys of its JSON and its exit status\n"
                  "example: " +
                  example);
+}
+
+void addCommonHelp(CLI::App& app)
+{
+    const CommandHelp help{.no = "the answer is no",
+                           .failed = "the system failed",
+                           .example = "fsys location add /media/raid --name \"Raid A\"\n"
+                                      "fsys import shot7.mov --location 1\n"
+                                      "fsys status --offline\n"
+                                      "fsys read V0123456789ABCDEF00 --hash"};
+    keep(app, help);
+    app.footer("exit status: 0 " + help.done + ", 1 " + help.no + ", 2 wrong usage, 3 " + help.failed);
+}
+
+const CommandHelp* helpOf(const CLI::App& command)
+{
+    const auto* const keeper = dynamic_cast<const HelpKeeper*>(command.get_formatter().get());
+    return keeper ? keeper->helpOf(command) : nullptr;
 }

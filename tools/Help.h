@@ -20,3 +20,9 @@ struct CommandHelp
 void addHelp(CLI::App& command, const CommandHelp& help);
 // For a command that has commands of its own and does nothing without one.
 void addGroupHelp(CLI::App& group, const std::string& example);
+// For the command line as a whole.
+void addCommonHelp(CLI::App& app);
+
+// What the help of command says below the options, in its parts; of a group and of the command line as a
+// whole those parts alone that they have. Null when command was given none.
+[[nodiscard]] const CommandHelp* helpOf(const CLI::App& command);

@@ -88,10 +88,11 @@ void addImportCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command = app.add_subcommand(
         "import", "Copies (or links) media to a location under a new cookie, and prints the cookie");
     command->add_option("FILE", given->files, "media files")->required();
-    command->add_option("--location", given->location, "id or path")->required();
+    command->add_option("--location", given->location, "id or path")->type_name("LOCATION")->required();
     command->add_flag("--link", given->link, "leave the media where it is and write link files");
     CLI::Option* const proxy =
-        command->add_option("--proxy-of", given->proxyOf, "file them as proxies of this clip");
+        command->add_option("--proxy-of", given->proxyOf, "file them as proxies of this clip")
+            ->type_name("COOKIE");
     CLI::Option* const height =
         command->add_option("--height", given->height, "picture height of the proxy, in lines")
             ->needs(proxy)

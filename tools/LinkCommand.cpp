@@ -167,7 +167,8 @@ void addLinkCommand(CLI::App& app, const Options& options, Action& action)
     link->require_subcommand(0, 1);
     CLI::Option* const cookie = link->add_option("COOKIE", given->cookie, "clip");
     CLI::Option* const location =
-        link->add_option("--to-location", given->location, "id or path of the location");
+        link->add_option("--to-location", given->location, "id or path of the location")
+            ->type_name("LOCATION");
     addHelp(
         *link,
         {.notes =

@@ -143,7 +143,7 @@ void addLocationCommand(CLI::App& app, const Options& options, Action& action)
 
     CLI::App* const add =
         location->add_subcommand("add", "Registers and prepares a media location, for good");
-    add->add_option("PATH", given->place, "folder")->required();
+    add->add_option("PATH", given->place, "folder")->type_name("DIR")->required();
     add->add_option("--name", given->name, "what people call it (default: the folder's name)");
     addHelp(*add,
             {.notes =

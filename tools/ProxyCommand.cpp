@@ -166,7 +166,8 @@ void addAdd(CLI::App& proxy, const Options& options, Action& action)
     add->add_option("--channels", given->channels, "audio channels in it")
         ->check(CLI::Range(0, 255))
         ->capture_default_str();
-    add->add_option("--location", given->location, "id or path (default: where the clip's media is)");
+    add->add_option("--location", given->location, "id or path (default: where the clip's media is)")
+        ->type_name("LOCATION");
     add->add_flag("--link", given->link, "leave the file where it is and write a link file");
     addHelp(*add,
             {.notes = "The same as fsys import --proxy-of. With audio channels it serves the clip's sound "

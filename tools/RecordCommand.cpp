@@ -174,6 +174,7 @@ void addRecordCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command = app.add_subcommand(
         "record", "Records paced streams, each a new clip, as an application does, and tells how that went");
     command->add_option("--location", given->location, "id or path; auto: the one with the most room")
+        ->type_name("LOCATION|auto")
         ->required();
     command->add_option(
         "--task", given->task,

@@ -129,7 +129,8 @@ void addRecoverCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command =
         app.add_subcommand("recover", "Unfinished recordings: lists them, finishes them, removes them");
     command->add_option("FILE", given->files, "recordings to treat: path or name, with or without .partial");
-    command->add_option("--location", given->location, "id or path (default: all locations)");
+    command->add_option("--location", given->location, "id or path (default: all locations)")
+        ->type_name("LOCATION");
     CLI::Option* const finish = command->add_flag(
         "--finish", given->finish, "keep what reached the disk, under the final name, as a clip");
     CLI::Option* const remove = command->add_flag("--remove", given->remove, "remove the files");

@@ -55,7 +55,7 @@ void addScanCommand(CLI::App& app, const Options& options, Action& action)
     const auto location = std::make_shared<std::string>();
     CLI::App* const command =
         app.add_subcommand("scan", "Indexes the media locations and counts what is there");
-    command->add_option("--location", *location, "only this one: id or path");
+    command->add_option("--location", *location, "only this one: id or path")->type_name("LOCATION");
     addHelp(*command,
             {.notes = "A clip here is one cookie: each channel counts.",
              .keys = "files, clips, proxies, skipped (empty, ineligible, not_a_cookie: files), seconds",

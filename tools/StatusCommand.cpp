@@ -142,7 +142,8 @@ void addStatusCommand(CLI::App& app, const Options& options, Action& action)
     CLI::App* const command =
         app.add_subcommand("status", "Which clips can be reached, where they are, and what to connect");
     command->add_flag("--offline", given->offlineOnly, "only clips that are offline, wholly or in part");
-    command->add_option("--location", given->location, "only clips with a file there: id or path");
+    command->add_option("--location", given->location, "only clips with a file there: id or path")
+        ->type_name("LOCATION");
     addHelp(*command,
             {.notes = "One line per clip: its channels count as one. A clip that only has proxies counts as "
                       "offline. Clips of locations that cannot be reached now are not known; which these are "
