@@ -13,7 +13,8 @@ case "${1:-}" in
 *) echo "usage: ./test.sh [--quick]" >&2 && exit 2 ;;
 esac
 
-need_packages "${build_packages[@]}" "${test_packages[@]}" "${network_packages[@]}" "${docs_packages[@]}"
+need_packages "${build_packages[@]}" "${test_packages[@]}" "${network_packages[@]}" "${docs_packages[@]}" \
+    "${reader_packages[@]}"
 cd "$root"
 reports=$root/build/reports
 rm -rf "$reports" && mkdir -p "$reports"
