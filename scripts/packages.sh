@@ -18,12 +18,13 @@ need_packages() {
 }
 
 build_packages=(g++ cmake ninja-build pkg-config ccache liburing-dev libmount-dev libcli11-dev
-    nlohmann-json3-dev libxxhash-dev libavformat-dev libavcodec-dev libavutil-dev)
+    nlohmann-json3-dev libxxhash-dev libavformat-dev libavcodec-dev libavutil-dev
+    python3-dev pybind11-dev)
 # What makes Debian packages; cpack asks file(1) for the kind of each file.
 packaging_packages=(dpkg-dev file gzip binutils)
 test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
     xxhash e2fsprogs xfsprogs util-linux mount btrfs-progs nbdkit nbdkit-plugin-python libnbd-bin fuse3
-    strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg)
+    strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg python3-numpy mypy)
 # Who reads manual pages, completions and the headers' comments.
 reader_packages=(man-db groff bash-completion zsh fish doxygen)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3
@@ -34,10 +35,6 @@ docs_packages=(mkdocs mkdocs-material python3)
 # Real servers for tests/network.
 network_packages=(glusterfs-server glusterfs-client sshfs openssh-server samba samba-common-bin smbclient
     libfuse3-dev fuse3 iproute2)
-
-# The Python module, and what its tests look with. Without these it is left out.
-build_packages+=(python3-dev pybind11-dev)
-test_packages+=(python3-numpy mypy)
 
 # Compiler launcher for cmake; objects that did not change are not compiled again, whatever the folder.
 ccache_options=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
