@@ -24,16 +24,17 @@ class FaultFs
 public:
     enum class Memory { ofKernel, none };
 
-    explicit FaultFs(Memory memory = Memory::ofKernel)
+    explicit FaultFs(Memory memory = Memory::ofKernel, const std::string& type = "sshfs")
     {
         rule("");
+        const std::string options = "fsname=someone@server:/media,max_threads=64,subtype=" + type;
         server_ = ::fork();
         if (server_ == 0) {
             const char* const program = std::getenv("FAULT_FS");
             if (memory == Memory::none)
                 ::setenv("FAULT_FS_DIRECT", "1", 1);
-            ::execl(program, program, rules_.c_str(), below_.c_str(), "-f", "-o",
-                    "fsname=someone@server:/media,subtype=sshfs,max_threads=64", point_.c_str(), nullptr);
+            ::execl(program, program, rules_.c_str(), below_.c_str(), "-f", "-o", options.c_str(),
+                    point_.c_str(), nullptr);
             ::_exit(127);
         }
         for (int tries = 0; tries < 2000 && !isMounted(); ++tries)

@@ -222,6 +222,19 @@ TEST_F(HungMount, AVolumeWithoutAnAccountOfItsSpaceIsNotFull)
     EXPECT_EQ(drive->getFreeBytes(), ~std::uint64_t{0});
 }
 
+TEST_F(HungMount, ALocationOnAVolumeWithoutAnAccountOfItsSpaceKeepsItsNewName)
+{
+    std::filesystem::create_directories(hung.below() + "/Material");
+    std::filesystem::create_directories(hung.below() + "/Sound");
+    hung.rule("statfs * blocks 0");
+    const TemporaryFolder space;
+    DiskManager::init(wide(space.path()), true);
+    ASSERT_TRUE(DiskManager::addMediaLocation(wide(hung.point())));
+    EXPECT_EQ(DiskManager::renameMediaLocation(DriveId('1'), L"no account"), 1);
+    EXPECT_EQ(read(hung, "Material/MediaSpaceInfo.txt"), "name=no account\n");
+    DiskManager::deInit();
+}
+
 TEST_F(HungMount, NoSecondQuestionIsAskedWhileOneIsUnanswered)
 {
     hung.rule("* * hang");
@@ -315,22 +328,92 @@ TEST_F(HungMount, AShortReadGoesOnToTheEnd)
 
 TEST_F(HungMount, AnAnswerThatIsTooShortIsNotTheEndOfTheFile)
 {
+    const FaultFs cached(FaultFs::Memory::ofKernel, "davfs");
+    ASSERT_TRUE(cached.mounted());
     const std::string contents = noise(300'000);
-    put(hung, "clip", contents);
-    const Qz::Ptr<iFile> file = open(at(hung, "clip"), os::accessRead, os::creationOpen);
+    put(cached, "clip", contents);
+    const Qz::Ptr<iFile> file = open(at(cached, "clip"), os::accessRead, os::creationOpen);
     std::string memory(contents.size(), '\0');
-    hung.rule("read clip short 1000");
+    cached.rule("read clip short 1000");
     std::size_t done = 0;
     EXPECT_FALSE(file->read(0, memory.data(), memory.size(), &done));
     EXPECT_EQ(lastError(), errorFromErrno(EIO));
     EXPECT_LT(done, memory.size());
-    hung.rule("");
+    cached.rule("");
     // To the end and not beyond: what the kernel made up is not kept.
     EXPECT_TRUE(file->read(0, memory.data(), memory.size(), &done));
     EXPECT_EQ(done, memory.size());
     EXPECT_TRUE(memory == contents);
     EXPECT_TRUE(file->read(299'000, memory.data(), 5000, &done));
     EXPECT_EQ(done, 1000U);
+}
+
+TEST_F(HungMount, AServerThatCutsItsAnswersIsAskedForTheRest)
+{
+    const std::string contents = noise(300'000);
+    put(hung, "clip", contents);
+    for (const unsigned access : {os::accessRead, os::accessReadWrite}) {
+        const Qz::Ptr<iFile> file = open(at(hung, "clip"), access, os::creationOpen);
+        std::string memory(contents.size(), '\0');
+        hung.rule("read clip short 1000");
+        std::size_t done = 0;
+        EXPECT_TRUE(file->read(0, memory.data(), memory.size(), &done));
+        EXPECT_EQ(done, memory.size());
+        EXPECT_TRUE(memory == contents);
+        EXPECT_TRUE(file->read(299'001, memory.data(), 5000, &done));
+        EXPECT_EQ(done, 999U);
+        hung.rule("");
+    }
+}
+
+namespace {
+
+// What read answers when all that is on its way is lost, and somebody looks at the file meanwhile. The kernel
+// then no longer takes an answer without bytes for the end of the file: it serves zeros, and keeps them.
+template <class Read>
+auto withLostAnswers(const FaultFs& server, const Path& clip, Read read)
+{
+    const int before = server.fired("read");
+    server.rule("read clip lost");
+    auto reading = std::async(std::launch::async, read);
+    EXPECT_TRUE(server.waitUntilFired("read", before + 1));
+    EXPECT_GT(files().getFileSize(clip), 0U);
+    server.rule("");
+    return reading.get();
+}
+
+}  // namespace
+
+TEST_F(HungMount, BytesThatWereLostOnTheWayAreNotReadAsZeros)
+{
+    const std::string contents = noise(1'000'000);
+    put(hung, "clip", contents);
+    for (const unsigned access : {os::accessRead, os::accessReadWrite}) {
+        const Qz::Ptr<iFile> file = open(at(hung, "clip"), access, os::creationOpen);
+        std::string memory(contents.size(), '\0');
+        std::size_t done = 0;
+        EXPECT_TRUE(withLostAnswers(hung, at(hung, "clip"),
+                                    [&] { return file->read(0, memory.data(), memory.size(), &done); }));
+        EXPECT_EQ(done, memory.size());
+        EXPECT_TRUE(memory == contents);
+    }
+}
+
+TEST_F(HungMount, APlayerIsShownNoZerosInPlaceOfBytesThatWereLost)
+{
+    const Engine engine;
+    const std::string contents = noise(1'000'000);
+    put(hung, "clip", contents);
+    MediaReader reader(at(hung, "clip"));
+    ASSERT_TRUE(reader.isOpen()) << reader.openError().text;
+    std::string memory(contents.size(), '\0');
+    MediaError error;
+    EXPECT_EQ(
+        withLostAnswers(hung, at(hung, "clip"),
+                        [&] { return reader.read(0, std::as_writable_bytes(std::span(memory)), &error); }),
+        memory.size())
+        << error.text;
+    EXPECT_TRUE(memory == contents);
 }
 
 // --- beside a good location

@@ -10,6 +10,7 @@
 //   delay MS    answers so much later
 //   error E     fails with this errno
 //   short N     reads or writes N bytes at most
+//   lost        answers when the rule has gone, and reads or writes nothing
 //   blocks N    a volume of N free blocks of 4096 bytes (statfs)
 // What a rule did is appended to RULES.fired: OPERATION PATH ACTION. The server ends with the process that
 // started it. With $FAULT_FS_DIRECT every read and write reaches it, past the memory of the kernel.
@@ -82,12 +83,13 @@ void note(const std::string& operation, const std::string& path, const Rule& rul
         << operation << ' ' << path << ' ' << rule.action << '\n';
 }
 
-void hang(const std::string& operation, const std::string& path)
+// Until the rule has gone.
+void hang(const std::string& operation, const std::string& path, const std::string& action)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(90);
     while (std::chrono::steady_clock::now() < end) {
         const auto rule = ruleFor(operation, path);
-        if (!rule || rule->action != "hang")
+        if (!rule || rule->action != action)
             return;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -100,14 +102,16 @@ int suffer(const char* operation, const char* path, std::size_t* bytes = nullptr
     if (!rule)
         return 0;
     note(operation, path, *rule);
-    if (rule->action == "hang")
-        hang(operation, path);
+    if (rule->action == "hang" || rule->action == "lost")
+        hang(operation, path, rule->action);
     else if (rule->action == "delay")
         std::this_thread::sleep_for(std::chrono::milliseconds(rule->number));
     else if (rule->action == "error")
         return -static_cast<int>(rule->number);
     else if (rule->action == "short" && bytes)
         *bytes = std::min(*bytes, static_cast<std::size_t>(rule->number));
+    if (rule->action == "lost" && bytes)
+        *bytes = 0;
     return 0;
 }
 
@@ -196,7 +200,8 @@ int openFile(const char* path, fuse_file_info* file)
 {
     if (const int error = suffer("open", path))
         return error;
-    const int fd = ::open(at(path).c_str(), file->flags & ~O_NOFOLLOW);
+    // How a client means to read is not the business of this server, nor of a secure shell.
+    const int fd = ::open(at(path).c_str(), file->flags & ~(O_NOFOLLOW | O_DIRECT));
     if (fd < 0)
         return -errno;
     file->fh = static_cast<std::uint64_t>(fd);

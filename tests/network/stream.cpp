@@ -130,6 +130,40 @@ Json record(int count, char** words)
     return answer;
 }
 
+Json wordsOf(std::uint64_t offset, const std::vector<std::byte>& bytes, std::size_t count)
+{
+    std::uint64_t zeros = 0;
+    std::uint64_t first = count;
+    std::uint64_t last = 0;
+    for (std::size_t at = 0; at + sizeof(std::uint64_t) <= count; at += sizeof(std::uint64_t)) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes.data() + at, sizeof word);
+        if (word == wordAt((offset + at) / sizeof word))
+            continue;
+        zeros += word == 0 ? 1U : 0U;
+        first = std::min<std::uint64_t>(first, at);
+        last = at;
+    }
+    return {{"wrong", wrongWords(offset, bytes.data(), count)},
+            {"zeros", zeros},
+            {"first", first},
+            {"last", last},
+            {"of", count}};
+}
+
+// What there is to know of a piece that was read wrongly: what is wrong with it, and what a read without the
+// library finds there now.
+Json misreadAt(std::uint64_t offset, const std::vector<std::byte>& bytes, std::size_t count, const char* path)
+{
+    std::vector<std::byte> plain(pieceBytes);
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(offset));
+    file.read(reinterpret_cast<char*>(plain.data()), static_cast<std::streamsize>(plain.size()));
+    return {{"offset", offset},
+            {"here", wordsOf(offset, bytes, count)},
+            {"without_the_library", wordsOf(offset, plain, static_cast<std::size_t>(file.gcount()))}};
+}
+
 Json play(int count, char** words)
 {
     Pace pace(std::atof(words[3]), std::atof(words[4]));
@@ -146,12 +180,16 @@ Json play(int count, char** words)
     std::uint64_t failures = 0;
     std::uint64_t readsAfterFailure = 0;
     std::map<std::string, std::uint64_t> errors;
+    Json misread;
     while (pace.next() && size >= pieceBytes) {
         const Clock::time_point before = Clock::now();
         MediaError error;
         const std::size_t got = reader.read(offset, memory, &error);
         pace.took(msSince(before));
-        wrong += wrongWords(offset, memory.data(), got);
+        const std::uint64_t wrongHere = wrongWords(offset, memory.data(), got);
+        if (wrongHere > 0)
+            misread.push_back(misreadAt(offset, memory, got, words[2]));
+        wrong += wrongHere;
         read += got;
         if (error) {
             ++failures;
@@ -163,6 +201,8 @@ Json play(int count, char** words)
     }
     Json answer{{"open", true},         {"read", read},     {"wrong", wrong},
                 {"failures", failures}, {"errors", errors}, {"reads_after_failure", readsAfterFailure}};
+    if (wrong > 0)
+        answer["misread"] = misread;
     pace.tell(answer);
     return answer;
 }

@@ -39,6 +39,13 @@ TEST(FileSystemKinds, AnyServerInUserSpaceMayHang)
     EXPECT_FALSE(mayHang("fusectl"));
 }
 
+TEST(FileSystemKinds, OnlyRemoteFoldersOfSecureShellsCutTheirAnswers)
+{
+    EXPECT_TRUE(cutsAnswers("fuse.sshfs"));
+    for (const char* type : {"fuse.glusterfs", "fuse", "fuse.rclone", "nfs4", "cifs", "ext4", ""})
+        EXPECT_FALSE(cutsAnswers(type)) << type;
+}
+
 TEST(FileSystemKinds, TablesOfTheKernelAreNoStorage)
 {
     for (const char* type : {"proc", "sysfs", "devtmpfs", "devpts", "cgroup", "cgroup2", "mqueue", "autofs"})

@@ -49,7 +49,7 @@ protected:
     }
     std::int64_t read(char* memory, std::uint64_t position, unsigned slot)
     {
-        const Transfer::Step step{fd_, memory, static_cast<unsigned>(page), position, false};
+        const Transfer::Step step{fd_, memory, static_cast<unsigned>(page), position, false, false};
         EXPECT_TRUE(ring_.prepare(TransferKind::read, step, slot, 1));
         EXPECT_EQ(ring_.submit(), 0);
         std::vector<UringRing::Result> results;

@@ -31,7 +31,7 @@ protected:
 
     bool prepareRead(std::uint64_t position, char* byte, std::uint64_t mark)
     {
-        const Transfer::Step step{fd_, byte, 1, position, false};
+        const Transfer::Step step{fd_, byte, 1, position, false, false};
         return ring_.prepare(TransferKind::read, step, UringRing::noSlot, mark);
     }
     std::vector<UringRing::Result> wait(std::size_t count)
@@ -132,7 +132,7 @@ TEST_F(UringRingTest, AWakeUpEndsAWait)
 TEST_F(UringRingTest, AnErrorOfOneRequestIsItsResultAlone)
 {
     char byte = 0;
-    const Transfer::Step bad{-1, &byte, 1, 0, false};
+    const Transfer::Step bad{-1, &byte, 1, 0, false, false};
     ASSERT_TRUE(ring_.prepare(TransferKind::read, bad, UringRing::noSlot, 1));
     ASSERT_TRUE(prepareRead(5, &byte, 2));
     ASSERT_EQ(ring_.submit(), 0);

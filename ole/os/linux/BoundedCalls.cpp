@@ -23,12 +23,12 @@ bool BoundedCalls::run(const std::string& lane, std::function<void(Progress&)> w
     return laneOf(lane)->run(std::move(work), {limit, Patience::isSet()});
 }
 
-std::shared_ptr<const FileServer> BoundedCalls::serverOf(const std::string& lane)
+std::shared_ptr<const FileServer> BoundedCalls::serverOf(const std::string& lane, bool cutsAnswers)
 {
     // Not in one lane: a long transfer is no reason to call the server dead, and a stuck question none to
     // fail a transfer that may be patient.
     return std::make_shared<const FileServer>(laneOf(lane), laneIn(transferLanes_, lane, transfersAtOnce),
-                                              limitMs_.load());
+                                              limitMs_.load(), cutsAnswers);
 }
 
 std::shared_ptr<CallLane> BoundedCalls::laneOf(const std::string& name)

@@ -75,8 +75,8 @@ public:
         return std::move(*result);
     }
 
-    // What an open file asks the server of a lane with.
-    [[nodiscard]] std::shared_ptr<const FileServer> serverOf(const std::string& lane);
+    // What an open file asks the server of a lane with; cutsAnswers as in FileSystemKinds.h.
+    [[nodiscard]] std::shared_ptr<const FileServer> serverOf(const std::string& lane, bool cutsAnswers);
 
     void setLimit(unsigned limitMs) { limitMs_ = limitMs; }
 

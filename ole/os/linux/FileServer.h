@@ -23,11 +23,16 @@ public:
     static constexpr unsigned transferLimitMs = 60'000;
 
     FileServer(std::shared_ptr<CallLane> questions, std::shared_ptr<CallLane> transfers,
-               unsigned questionLimitMs)
+               unsigned questionLimitMs, bool cutsAnswers = false)
         : questions_(std::move(questions)),
           transfers_(std::move(transfers)),
-          questionLimitMs_(questionLimitMs)
+          questionLimitMs_(questionLimitMs),
+          cutsAnswers_(cutsAnswers)
     {}
+
+    // Answers may be too short, so that what the kernel remembers of a file is not to be trusted
+    // (FileSystemKinds.h).
+    [[nodiscard]] bool cutsAnswers() const { return cutsAnswers_; }
 
     // The result of a question, or nothing when there was no answer in time.
     template <class Result>
@@ -62,6 +67,7 @@ private:
     const std::shared_ptr<CallLane> questions_;
     const std::shared_ptr<CallLane> transfers_;
     const unsigned questionLimitMs_;
+    const bool cutsAnswers_;
 };
 
 }  // namespace os

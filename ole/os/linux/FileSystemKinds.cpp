@@ -78,6 +78,13 @@ bool mayHang(std::string_view fsType)
            driveTypeOf(fsType) == iDiskDrive::eNetwork;
 }
 
+bool cutsAnswers(std::string_view fsType)
+{
+    // No more than those that were seen to take unbuffered reads of any position and length: clusters refuse
+    // some, and fail others.
+    return fsType == "fuse.sshfs";
+}
+
 bool isSystemMountPoint(std::string_view mountPoint)
 {
     if (mountPoint == "/")

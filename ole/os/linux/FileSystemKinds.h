@@ -15,6 +15,9 @@ namespace os {
 [[nodiscard]] bool isPseudoFileSystem(std::string_view fsType);
 // True when an operation waits for a server, and so for ever when the server hangs.
 [[nodiscard]] bool mayHang(std::string_view fsType);
+// True when trouble on the way to the server shows as an answer that is too short, and not as an error. The
+// kernel takes it for the end of the file, keeps zeros for what lies behind, and at times serves them.
+[[nodiscard]] bool cutsAnswers(std::string_view fsType);
 // True for mount points that belong to the system itself.
 [[nodiscard]] bool isSystemMountPoint(std::string_view mountPoint);
 

@@ -383,5 +383,7 @@ Qz::Ptr<iFile> openLinuxFile(const std::string& utf8Path, unsigned access, unsig
     const Qz::Ptr<SharedDescriptor> descriptor(new SharedDescriptor(fd, server));
     if ((mode & os::modeUnbuffered) != 0)
         descriptor->enableDirect();
+    if (server && server->cutsAnswers())
+        descriptor->enableUncachedReads();
     return Qz::Ptr<iFile>(new LinuxFile(descriptor, mode));
 }

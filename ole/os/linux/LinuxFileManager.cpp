@@ -144,7 +144,8 @@ Qz::Ptr<iFile> LinuxFileManager::open(const Path& path, unsigned access, unsigne
     const Place place = placeOf(named);
     if (!place.server)
         return openLinuxFile(named, access, creation, mode, nullptr);
-    const std::shared_ptr<const FileServer> server = calls_.serverOf(laneName(*place.server));
+    const std::shared_ptr<const FileServer> server =
+        calls_.serverOf(laneName(*place.server), place.mount && cutsAnswers(place.mount->fsType));
     return server
         ->ask<Qz::Ptr<iFile>>([named, access, creation, mode, server] {
             return openLinuxFile(named, access, creation, mode, server);

@@ -11,13 +11,10 @@
 namespace {
 
 // The same file again, unbuffered. The way over the descriptor cannot meet another file, as the path could.
-int openDirect(int fd)
+int openDirect(int fd, int access)
 {
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags < 0)
-        return -1;
     const std::string path = "/proc/self/fd/" + std::to_string(fd);
-    return ::open(path.c_str(), (flags & O_ACCMODE) | O_DIRECT | O_CLOEXEC | O_NOCTTY);
+    return ::open(path.c_str(), access | O_DIRECT | O_CLOEXEC | O_NOCTTY);
 }
 
 bool isMultiple(std::uint64_t value, std::uint32_t alignment) { return value % alignment == 0; }
@@ -38,7 +35,11 @@ SharedDescriptor::~SharedDescriptor()
         ::close(directFd_);
     // Closing tells the server, and a pipe that is closed late keeps its other end waiting.
     if (server_ && seekable_)
-        server_->end([fd = fd_] { ::close(fd); });
+        server_->end([fd = fd_, other = uncachedFd_] {
+            if (other >= 0 && other != fd)
+                ::close(other);
+            ::close(fd);
+        });
     else
         ::close(fd_);
 }
@@ -56,7 +57,21 @@ void SharedDescriptor::enableDirect()
         return;
     memoryAlignment_ = status.stx_dio_mem_align;
     offsetAlignment_ = status.stx_dio_offset_align;
-    directFd_ = openDirect(fd_);
+    const int flags = fcntl(fd_, F_GETFL);
+    if (flags >= 0)
+        directFd_ = openDirect(fd_, flags & O_ACCMODE);
+}
+
+void SharedDescriptor::enableUncachedReads()
+{
+    const int flags = regular_ ? fcntl(fd_, F_GETFL) : -1;
+    if (flags < 0)
+        return;
+    // Writes go on through the kernel's memory. Where there are none, no second opening has to be waited for.
+    if ((flags & O_ACCMODE) != O_RDONLY)
+        uncachedFd_ = openDirect(fd_, O_RDONLY);
+    else if (fcntl(fd_, F_SETFL, flags | O_DIRECT) == 0)
+        uncachedFd_ = fd_;
 }
 
 bool SharedDescriptor::allowsDirect(std::uint64_t position, const void* memory, std::size_t count) const

@@ -16,7 +16,8 @@ class FileServer;
 // object and each transfer under way hold one.
 //
 // A file that was opened with the unbuffered hint has a second descriptor for transfers whose position,
-// length and memory fit the alignments that the kernel names; the others use the first.
+// length and memory fit the alignments that the kernel names; the others use the first. A file whose server
+// cuts answers is read through one that takes any position, length and memory.
 //
 // Closing asks the server of the file system, where there is one, and waits for it no longer than any other
 // question does.
@@ -30,8 +31,13 @@ public:
     // Opens the second descriptor where the file system offers unbuffered transfers; best effort.
     void enableDirect();
 
+    // Lets reads go past what the kernel remembers of the file; best effort.
+    void enableUncachedReads();
+
     [[nodiscard]] int fd() const { return fd_; }
     [[nodiscard]] int directFd() const { return directFd_; }
+    // What os::readPastCache (UncachedRead.h) reads, -1 for files that are read as usual.
+    [[nodiscard]] int uncachedFd() const { return uncachedFd_; }
     [[nodiscard]] const os::FileServer* server() const { return server_.get(); }
     [[nodiscard]] bool isRegular() const { return regular_; }
     // False for pipes and the like, which have no positions.
@@ -43,6 +49,7 @@ public:
 private:
     const int fd_;
     int directFd_ = -1;
+    int uncachedFd_ = -1;                // fd_ itself for a file that is only read
     std::uint32_t memoryAlignment_ = 0;  // bytes
     std::uint32_t offsetAlignment_ = 0;  // bytes
     mutable CacheGuess cacheGuess_;

@@ -2,6 +2,7 @@
 
 #include "os/linux/FileServer.h"
 #include "os/linux/SharedDescriptor.h"
+#include "os/linux/UncachedRead.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,7 +45,8 @@ Transfer::Step Transfer::nextStep()
     step.count = static_cast<unsigned>(std::min(count_ - done_, stepBytesMax));
     step.position = position_ + done_;
     direct_ = mayBeDirect_ && file_->allowsDirect(step.position, step.memory, step.count);
-    step.fd = direct_ ? file_->directFd() : file_->fd();
+    step.pastCache = kind_ == TransferKind::read && file_->uncachedFd() >= 0;
+    step.fd = step.pastCache ? file_->uncachedFd() : direct_ ? file_->directFd() : file_->fd();
     step.onWorker = isSlow() || refusals_ > 0;
     return step;
 }
@@ -128,7 +130,7 @@ void Transfer::clearRest()
 
 namespace {
 
-ssize_t carryOut(TransferKind kind, const Transfer::Step& step, bool seekable)
+ssize_t callKernel(TransferKind kind, const Transfer::Step& step, bool seekable)
 {
     const auto position = static_cast<off_t>(step.position);
     if (kind == TransferKind::read)
@@ -138,15 +140,23 @@ ssize_t carryOut(TransferKind kind, const Transfer::Step& step, bool seekable)
                     : ::write(step.fd, step.memory, step.count);
 }
 
+// Bytes, or a negated errno.
+std::int64_t carryOut(TransferKind kind, const Transfer::Step& step, bool seekable)
+{
+    if (step.pastCache)
+        return os::readPastCache(step.fd, step.memory, step.count, step.position);
+    const ssize_t moved = callKernel(kind, step, seekable);
+    return moved < 0 ? -static_cast<std::int64_t>(errno) : moved;
+}
+
 }  // namespace
 
 void runTransfer(Transfer& transfer)
 {
     for (;;) {
         const Transfer::Step step = transfer.nextStep();
-        const ssize_t moved = carryOut(transfer.kind(), step, transfer.isSeekable());
-        const int error = errno;
-        if (transfer.advance(moved < 0 ? -static_cast<std::int64_t>(error) : moved))
+        const std::int64_t moved = carryOut(transfer.kind(), step, transfer.isSeekable());
+        if (transfer.advance(moved))
             return;
         if (moved < 0)
             sched_yield();

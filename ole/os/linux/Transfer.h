@@ -24,6 +24,7 @@ public:
         unsigned count;          // bytes; at most 1 GiB
         std::uint64_t position;  // bytes
         bool onWorker;           // must not run inside the submission
+        bool pastCache;          // a read that is carried out by readPastCache (UncachedRead.h)
     };
 
     Transfer() = default;
