@@ -1,6 +1,7 @@
 #include "fsys/SystemCache.h"
 
 #include "Qz/Assert.h"
+#include "fsys/CacheHold.h"
 #include "fsys/CookieIndex.h"
 #include "fsys/DiskManager.h"
 #include "support/ConfigInt.h"
@@ -80,7 +81,7 @@ Qz::Ptr<FsysDirectoryEntry> SystemCache::findOrInsert(const Cookie& cookie)
 
 void SystemCache::enumerate(std::function<bool(const Cookie&, const FsysDirectoryEntry&)> visit)
 {
-    const std::lock_guard hold(lock_);
+    const CacheHold hold(lock_, "enumerate");
     // The visitor may change the index, so each step looks for its place anew.
     for (auto [cookie, found] = files_.first(); found; std::tie(cookie, found) = files_.firstBehind(cookie)) {
         const Qz::Ptr<FsysDirectoryEntry> entry(found);  // outlives its place in the index

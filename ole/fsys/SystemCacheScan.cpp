@@ -3,6 +3,7 @@
 #include "fsys/SystemCache.h"
 
 #include "Qz/Utf8.h"
+#include "fsys/CacheHold.h"
 #include "fsys/CookieIndex.h"
 #include "fsys/StoredFile.h"
 #include "os/Clock.h"
@@ -14,7 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -108,7 +108,7 @@ public:
         if (SystemCache::debug_)
             Log("Num files %d\n", static_cast<int>(items_.size()));
 
-        const std::lock_guard hold(SystemCache::lock_);
+        const CacheHold hold(SystemCache::lock_, "addDirectory");
         fileAll();
         if (SystemCache::debug_) {
             Log("Time taken (%.1fms)\n", service_get_msecs_precise() - startMs);

@@ -3,6 +3,7 @@
 #include "fsys/SystemCache.h"
 
 #include "Qz/Assert.h"
+#include "fsys/CacheHold.h"
 #include "fsys/CookieIndex.h"
 #include "os/OS.h"
 
@@ -10,7 +11,7 @@
 
 bool SystemCache::addFile(const Cookie& cookie, const MediaFileInfo& file, bool notify)
 {
-    const std::lock_guard hold(lock_);
+    const CacheHold hold(lock_, "addFile");
     const Qz::Ptr<FsysDirectoryEntry> entry = findOrInsert(cookie);
     entry->addFile(cookie, file);
     if (notify)
@@ -51,7 +52,7 @@ bool leavesIndex(unsigned mediaTypes, bool hasHighRes, bool hasProxies)
 
 unsigned SystemCache::removeFile(const Cookie& cookie, bool notify, unsigned mediaTypes)
 {
-    const std::lock_guard hold(lock_);
+    const CacheHold hold(lock_, "removeFile");
     const Qz::Ptr<FsysDirectoryEntry> entry(files_.find(cookie));
     if (!Qz::verify(static_cast<bool>(entry), "false", "ole/fsys/SystemCache line 385"))
         return 1;

@@ -412,6 +412,42 @@ TEST_F(SystemCacheUpdates, ARemovalIsAnnouncedUnderTheLock)
     EXPECT_EQ(called, 1u);
 }
 
+TEST_F(SystemCacheUpdates, AListenerThatKeepsTheLockForMoreThanASecondIsToldInTheLog)
+{
+    double ms = 1000;
+    {
+        const CacheListener listener([&] { os.clock().advance(ms); });
+        SystemCache::addFile(clip, info(clip, L".mov"), true);
+        EXPECT_TRUE(captured.logged().empty());
+        ms = 1001;
+        SystemCache::addFile(clip, info(clip, L".mov"), true);
+    }
+    const std::string line = "SystemCache: addFile kept others waiting for 1001 ms\n";
+    EXPECT_EQ(captured.logged(), std::vector<std::string>{line});
+}
+
+TEST_F(SystemCacheUpdates, OfLongHoldsInsideEachOtherTheOutermostIsTold)
+{
+    SystemCache::addFile(clip, info(clip, L".mov"), false);
+    {
+        const CacheListener listener([&] {
+            SystemCache::addFile(vision(0x2), info(vision(0x2), L".mov"), false);
+            SystemCache::enumerate([&](const Cookie&, const FsysDirectoryEntry&) {
+                os.clock().advance(2000);
+                return false;
+            });
+        });
+        SystemCache::removeFile(clip, true, eHighRes);
+    }
+    const std::string line = "SystemCache: removeFile kept others waiting for 2000 ms\n";
+    EXPECT_EQ(captured.logged(), std::vector<std::string>{line});
+    SystemCache::enumerate([&](const Cookie&, const FsysDirectoryEntry&) {
+        os.clock().advance(3000);
+        return false;
+    });
+    EXPECT_EQ(captured.logged().back(), "SystemCache: enumerate kept others waiting for 3000 ms\n");
+}
+
 TEST_F(SystemCacheUpdates, AllElseIsSilent)
 {
     SystemCache::addFile(clip, onDisk(clip, L".mov"), false);
