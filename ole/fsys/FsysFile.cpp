@@ -4,6 +4,7 @@
 #include "fsys/EngineConfig.h"
 #include "fsys/FsysFlags.h"
 #include "fsys/FsysPoll.h"
+#include "fsys/LinkTargets.h"
 #include "fsys/MaterialLink.h"
 #include "os/Codes.h"
 #include "os/LastError.h"
@@ -95,6 +96,8 @@ unsigned FsysFile::LowLevelOpen(const LightweightString<wchar_t>& path, unsigned
         return lastError();
     LightweightString<wchar_t> target = path;
     const bool isLink = MaterialLink::getLinkedFilename(path, target);
+    if (isLink)
+        tellIfOutsideOfLocations(path, target);
     // A platform that could not tell the size a moment ago makes a link look like media: its requests would
     // read and write the link file itself.
     if (!isLink && target == path)
