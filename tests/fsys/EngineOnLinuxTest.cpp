@@ -145,6 +145,24 @@ TEST_F(EngineOnLinux, AReadThatStraddlesTheEndIsFilledUpWithZeros)
     EXPECT_EQ(1U, FsysClose(file, nullptr));
 }
 
+TEST_F(EngineOnLinux, AHoleInAFileIsReadAsZeros)
+{
+    const std::string ends = pattern(70'000);
+    const fs::path path = folder / "holes.mov";
+    writeFile(path, ends);
+    fs::resize_file(path, 1'000'000);
+    std::ofstream(path, std::ios::binary | std::ios::app) << ends;
+    const std::string all = ends + std::string(930'000, '\0') + ends;
+    ASSERT_EQ(all, contentsOf(path));
+    FsysFile* const file = open(path);
+    for (const auto& [position, bytes] :
+         {std::pair(0L, 131'072U), std::pair(65'536L, 65'536U), std::pair(131'072L, 524'288U),
+          std::pair(983'040L, 65'536U), std::pair(999'999L, 2U)})
+        EXPECT_EQ(all.substr(static_cast<std::size_t>(position), bytes), read(file, position, bytes))
+            << position;
+    EXPECT_EQ(1U, FsysClose(file, nullptr));
+}
+
 TEST_F(EngineOnLinux, WritesDirectlyAndThroughTheCache)
 {
     FsysFile* const file = open(folder / "new.mov", fsysOpenWrite);

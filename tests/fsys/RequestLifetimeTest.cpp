@@ -9,7 +9,10 @@
 #include <atomic>
 #include <future>
 
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
 using testing::SizeIs;
 using Access = FileRequestTestAccess;
 
@@ -177,7 +180,7 @@ TEST_F(RequestLifetimeTest, AWriteToAClosingFileIsRefusedAfterTheRetriesOfAFullL
     Calls calls;
     Qz::Ptr<iMemHolder> data(new TestData(pattern(512)));
     EXPECT_EQ(0U, file->DirectWrite(data, false, &Calls::record, calls.context(), false));
-    EXPECT_THAT(os.clock().sleeps(), SizeIs(200));
+    EXPECT_THAT(os.clock().sleeps(), AllOf(SizeIs(200), Each(Field(&fake::SleepRecord::ms, 20U))));
     EXPECT_EQ(0U, calls.references());
     FsysFileTestAccess::setClosing(*file, false);
 }
