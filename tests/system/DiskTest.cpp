@@ -7,6 +7,7 @@
 #include "fsys/FsysEntry.h"
 #include "fsys/MediaDrive.h"
 #include "fsys/SystemCache.h"
+#include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
 #include "support/TextFile.h"
@@ -220,4 +221,37 @@ TEST_F(LargeSectors, TheEngineAlignsToTheDisksSectors)
     fs::create_directories(place() / "location");
     ASSERT_TRUE(DiskManager::addMaterialVolume(wide(place() / "location"), id, false));
     EXPECT_EQ(4096U, DiskManager::getDriveWithUniqueId(id).getSectorSize());
+}
+
+TEST_F(LargeSectors, ReadsAndWritesOfAnyPlaceAndLengthBringTheirBytes)
+{
+    std::string bytes(100'000, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>((i * 2654435761U) >> 13);
+    const fs::path path = place() / "b.mov";
+    std::ofstream(path, std::ios::binary) << bytes;
+    FsysFile* file = nullptr;
+    ASSERT_EQ(1U, FsysOpen(&file, wide(path), 0, fsysOpenRead, nullptr));
+    // Whole sectors of a disk that has smaller ones among them.
+    for (const auto& [position, count] :
+         {std::pair(0L, 4096U), std::pair(512L, 512U), std::pair(4608L, 8192U), std::pair(99'999L, 1U),
+          std::pair(513L, 70'000U)}) {
+        const Qz::Ptr<Ends> ends(new Ends);
+        Qz::Ptr<iObject> context = ends;
+        ASSERT_EQ(1U, file->DirectRead(position, count, false, &Ends::note, context));
+        ASSERT_EQ(eRequestSuccess, ends->await(1).front());
+        const std::string read(reinterpret_cast<char*>(ends->data()->getBuffer()), count);
+        EXPECT_TRUE(bytes.substr(static_cast<std::size_t>(position), count) == read) << position;
+    }
+    FsysClose(file, nullptr);
+
+    // The platform itself, for whom the size of a sector is only the callers' guess.
+    iFileManager& files = *OS()->getFileManager();
+    const Qz::Ptr<iFile> plain = files.open(wide(path), os::accessReadWrite, os::creationOpen, os::shareAll,
+                                            os::modeAsync | os::modeUnbuffered);
+    ASSERT_TRUE(plain);
+    EXPECT_TRUE(plain->write(512, bytes.data(), 512, nullptr));
+    std::string half(1024, '\0');
+    EXPECT_TRUE(plain->read(512, half.data(), half.size(), nullptr));
+    EXPECT_TRUE(half == bytes.substr(0, 512) + bytes.substr(1024, 512));
 }
