@@ -23,14 +23,18 @@ std::size_t editDistance(const std::string& a, const std::string& b)
     return rows[a.size()][b.size()];
 }
 
-std::size_t distanceOf(const std::string& word, const std::string& name)
-{
-    return word.size() > 1 && name.starts_with(word) ? std::min<std::size_t>(editDistance(word, name), 1)
-                                                     : editDistance(word, name);
-}
-
 // In short words a few edits reach anything.
 std::size_t editsMax(const std::string& word) { return word.size() <= 3 ? 1 : word.size() <= 6 ? 2 : 3; }
+
+// Edits between the two, or any number above editsMax.
+std::size_t distanceOf(const std::string& word, const std::string& name)
+{
+    if (word.size() > 1 && name.starts_with(word))
+        return std::min<std::size_t>(name.size() - word.size(), 1);
+    // A word may be as long as the system lets a command line be; the difference alone is too much then.
+    const std::size_t difference = std::max(word.size(), name.size()) - std::min(word.size(), name.size());
+    return difference > editsMax(word) ? difference : editDistance(word, name);
+}
 
 struct Nearest
 {
