@@ -125,7 +125,7 @@ class Sshfs(NetworkCase):
         time.sleep(1)
         self.start_server()
         played = self.end_of(playing)
-        self.assertEqual(played["wrong"], 0)
+        self.assertEqual(played["wrong"], 0, played)
         self.assertTrue(self.check_asked(asking)["online_at_end"])
         # A new reader and a new recorder find all as it was.
         again = self.end_of(self.stream("play", os.path.join(self.point, "clip"), 2, 8))
