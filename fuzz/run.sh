@@ -45,6 +45,8 @@ run_target() {  # TARGET
         options+=(-entropic=0)
         export ASAN_OPTIONS=malloc_context_size=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}
     fi
+    # Every word is compared with every command; what many words reach, a few reach sooner.
+    [ "$name" != CommandLine ] || options+=(-max_len=256)
     # What the engine does depends on the inputs before, so what it says cannot be had once more.
     [ "$name" != Engine ] || options[0]=-close_fd_mask=1
     if [ "$seconds" -eq 0 ]; then options+=(-runs=0); else options+=("-max_total_time=$seconds"); fi
