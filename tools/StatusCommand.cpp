@@ -1,10 +1,8 @@
+#include "ClipStatus.h"
 #include "Command.h"
 #include "Help.h"
 #include "Locations.h"
-#include "MediaSummary.h"
 #include "Session.h"
-#include "fsys/MediaStatus.h"
-#include "support/PathHelpers.h"
 
 #include <algorithm>
 #include <memory>
@@ -16,64 +14,6 @@ struct Arguments
     bool offlineOnly = false;
     std::string location;
 };
-
-struct Totals
-{
-    std::size_t clips = 0;
-    std::size_t whole = 0;  // nothing offline
-    std::size_t partly = 0;
-    std::size_t away = 0;  // all offline
-    std::size_t awayWithProxy = 0;
-};
-
-// What somebody has to make reachable for one file.
-struct Place
-{
-    std::optional<DriveId> location;  // that holds the folder; none when no registered one does
-    std::string folder;
-
-    friend bool operator==(const Place&, const Place&) = default;
-};
-
-// A link is offline because its target is missing, other files because they have gone themselves.
-Place placeOf(const TestedFile& file)
-{
-    const LightweightString<wchar_t> folder = getPath(file.isLink ? file.target : file.path);
-    return {locationHolding(folder), utf8(folder)};
-}
-
-std::vector<Place> placesToConnect(const MediaSummary& summary)
-{
-    std::vector<Place> places;
-    for (const TestedChannel& channel : summary.channels) {
-        if (!channel.high || channel.high->status != eStatusOffline)
-            continue;
-        const Place place = placeOf(*channel.high);
-        if (std::find(places.begin(), places.end(), place) == places.end())
-            places.push_back(place);
-    }
-    return places;
-}
-
-Json describe(const MediaSummary& summary)
-{
-    Json locations = Json::array();
-    for (const DriveId& location : summary.locations())
-        locations.push_back({{"id", location.asString().str()}, {"name", nameOf(location)}});
-    Json connect = Json::array();
-    for (const Place& place : placesToConnect(summary))
-        connect.push_back(
-            {{"location", place.location ? Json(place.location->asString().str()) : Json(nullptr)},
-             {"name", place.location ? nameOf(*place.location) : ""},
-             {"folder", place.folder}});
-    return {{"cookie", summary.channels.front().cookie.asString(true).str()},
-            {"channels", summary.channels.size()},
-            {"offline", summary.offline()},
-            {"proxy_online", summary.info.someProxyOnline()},
-            {"locations", locations},
-            {"primary_location", summary.primaryLocation()},
-            {"connect", connect}};
-}
 
 void answerLine(const MediaSummary& summary)
 {
@@ -87,15 +27,6 @@ void answerLine(const MediaSummary& summary)
     answer("%-19s %8zu  %-7s %-6s %-20s %s\n", summary.channels.front().cookie.asString(true).c_str(),
            summary.channels.size(), summary.offline(), summary.info.someProxyOnline() ? "online" : "-",
            locations.c_str(), connect.c_str());
-}
-
-void count(const MediaSummary& summary, Totals& totals)
-{
-    const std::string offline = summary.offline();
-    ++totals.clips;
-    ++(offline == "all" ? totals.away : offline == "some" ? totals.partly : totals.whole);
-    if (offline == "all" && summary.info.someProxyOnline())
-        ++totals.awayWithProxy;
 }
 
 bool isWanted(const MediaSummary& summary, bool offlineOnly, const std::optional<DriveId>& location)
@@ -117,14 +48,14 @@ int showStatus(const Options& options, const Arguments& given)
     if (!options.json)
         answer("%-19s %8s  %-7s %-6s %-20s %s\n", "clip", "channels", "offline", "proxy", "locations",
                "connect");
-    Totals totals;
+    ClipTotals totals;
     for (const Clip& clip : everyClip()) {
         const MediaSummary summary = summarise(clip);
         if (summary.locations().empty() || !isWanted(summary, given.offlineOnly, location))
             continue;
-        count(summary, totals);
+        totals.count(summary);
         if (options.json)
-            answerJson(describe(summary));
+            answerJson(describeStatus(summary));
         else
             answerLine(summary);
     }
