@@ -67,22 +67,29 @@ void tellOfRemoval(const Cookie& cookie, const MediaFileInfo& record)
 
 }  // namespace
 
-MediaFolder::MediaFolder(const DriveId& location, const std::string& name)
+MediaFolder::MediaFolder(const DriveId& location, const std::string& name, bool onServer)
     : location_(location),
       relative_("/" + name + "/"),
-      path_(utf8(MaterialFilename(location, wide("/" + name)).getOsPath()))
+      path_(utf8(MaterialFilename(location, wide("/" + name)).getOsPath())),
+      onServer_(onServer)
 {
     // Names that the scan has not met yet stay unseen, and so are told of.
+    Names known;
     for (const std::string& file : listing())
         if (const Cookie cookie = mediaCookie(file); cookie.valid() && cacheKnows(cookie, mediaName(file)))
-            seen_[file] = stampOf(file).value_or(Stamp());
+            known.push_back(file);
+    for (const auto& [file, stamp] : stampsOf(known))
+        seen_[file] = stamp.value_or(Stamp());
     noteDifferences();
 }
 
-bool MediaFolder::exists() const
+bool MediaFolder::exists()
 {
-    std::error_code error;
-    return std::filesystem::is_directory(path_, error);
+    const auto isFolder = [path = path_] {
+        std::error_code error;
+        return std::filesystem::is_directory(path, error);
+    };
+    return asked<bool>(isFolder, false);
 }
 
 void MediaFolder::noteChange(const std::string& name)
@@ -93,38 +100,65 @@ void MediaFolder::noteChange(const std::string& name)
 
 void MediaFolder::noteDifferences()
 {
-    std::vector<std::string> names = listing();
+    Names names = listing();
     for (const auto& [name, stamp] : seen_)
         names.push_back(name);
-    for (const std::string& name : names) {
+    std::erase_if(names, [&](const std::string& name) { return pending_.contains(name); });
+    for (const auto& [name, stamp] : stampsOf(std::move(names))) {
         const auto known = seen_.find(name);
         const Stamp before = known == seen_.end() ? Stamp() : known->second;
-        if (!pending_.contains(name) && stampOf(name) != before)
+        // What cannot be told now is looked at again; on a server all of it is, every second.
+        if (stamp != before && (stamp || !onServer_))
             noteChange(name);
     }
 }
 
 void MediaFolder::look(std::string& file)
 {
-    for (auto noted = pending_.begin(); noted != pending_.end();) {
-        const std::optional<Stamp> now = stampOf(noted->first);
+    Names names;
+    for (const auto& [name, stamp] : pending_)
+        names.push_back(name);
+    for (const auto& [name, now] : stampsOf(std::move(names))) {
+        const auto noted = pending_.find(name);
         // A file that has gone rests.
         if (!now || (*now != noted->second && *now != Stamp())) {
             noted->second = now.value_or(Stamp());
-            ++noted;
             continue;
         }
-        file = path_ + "/" + noted->first;
-        tell(noted->first, *now);
+        file = path_ + "/" + name;
+        tell(name, *now);
         file.clear();
-        noted = pending_.erase(noted);
+        pending_.erase(name);
     }
 }
 
-std::optional<MediaFolder::Stamp> MediaFolder::stampOf(const std::string& name) const
+template <class Result>
+Result MediaFolder::asked(std::function<Result()> question, Result otherwise)
+{
+    return onServer_ ? server_.ask<Result>(std::move(question)).value_or(std::move(otherwise)) : question();
+}
+
+MediaFolder::Stamps MediaFolder::stampsOf(Names names)
+{
+    Stamps unknown;
+    if (names.empty())
+        return unknown;
+    if (onServer_)
+        for (const std::string& name : names)
+            unknown[name] = std::nullopt;
+    const auto look = [path = path_, names = std::move(names)] {
+        Stamps stamps;
+        for (const std::string& name : names)
+            stamps[name] = stampAt(path + "/" + name);
+        return stamps;
+    };
+    return asked<Stamps>(look, std::move(unknown));
+}
+
+std::optional<MediaFolder::Stamp> MediaFolder::stampAt(const std::string& path)
 {
     struct stat status = {};
-    if (stat((path_ + "/" + name).c_str(), &status) != 0) {
+    if (stat(path.c_str(), &status) != 0) {
         // A server that does not answer has not lost the file.
         const bool gone = errno == ENOENT || errno == ENOTDIR;
         return gone ? std::optional(Stamp()) : std::nullopt;
@@ -136,13 +170,17 @@ std::optional<MediaFolder::Stamp> MediaFolder::stampOf(const std::string& name) 
                  status.st_ino};
 }
 
-std::vector<std::string> MediaFolder::listing() const
+MediaFolder::Names MediaFolder::listing()
 {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end; at.increment(error))
-        names.push_back(at->path().filename().string());
-    return names;
+    const auto list = [path = path_] {
+        Names names;
+        std::error_code error;
+        for (std::filesystem::directory_iterator at(path, error), end; !error && at != end;
+             at.increment(error))
+            names.push_back(at->path().filename().string());
+        return names;
+    };
+    return asked<Names>(list, {});
 }
 
 MaterialFilename MediaFolder::mediaName(const std::string& name) const

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "ServerQuestion.h"
+
 #include "Qz/Cookie.h"
 #include "fsys/DriveId.h"
 #include "fsys/MaterialFilename.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,16 +17,19 @@
 // and has the cache's listeners hear of it as if this process had done so.
 //
 // Nothing on the disk is ever changed. A file counts once it rests: a name that looks is told of when two
-// looks, some time apart, see the same.
+// looks, some time apart, see the same. A server that does not answer costs two seconds once; until it does,
+// nothing in its folder counts as changed.
 class MediaFolder
 {
 public:
     // name: the folder in the location, "Material" or "Sound". The cache knows the location already.
-    MediaFolder(const DriveId& location, const std::string& name);
+    // onServer: looking there may never end (isServed).
+    MediaFolder(const DriveId& location, const std::string& name, bool onServer);
 
     [[nodiscard]] const std::string& path() const { return path_; }
     [[nodiscard]] const DriveId& location() const { return location_; }
-    [[nodiscard]] bool exists() const;
+    [[nodiscard]] bool exists();
+    void setOnServer(bool onServer) { onServer_ = onServer; }
 
     // Something happened to that name.
     void noteChange(const std::string& name);
@@ -43,9 +49,15 @@ private:
         friend bool operator==(const Stamp&, const Stamp&) = default;
     };
 
-    // None when that cannot be told now.
-    [[nodiscard]] std::optional<Stamp> stampOf(const std::string& name) const;
-    [[nodiscard]] std::vector<std::string> listing() const;
+    using Names = std::vector<std::string>;
+    // None for what cannot be told now.
+    using Stamps = std::map<std::string, std::optional<Stamp>>;
+
+    template <class Result>
+    Result asked(std::function<Result()> question, Result otherwise);
+    [[nodiscard]] Names listing();
+    [[nodiscard]] Stamps stampsOf(Names names);
+    [[nodiscard]] static std::optional<Stamp> stampAt(const std::string& path);
     [[nodiscard]] MaterialFilename mediaName(const std::string& name) const;
     void tell(const std::string& name, const Stamp& now);
 
@@ -54,4 +66,6 @@ private:
     std::string path_;                      // without one at the end
     std::map<std::string, Stamp> seen_;     // media that the cache knows
     std::map<std::string, Stamp> pending_;  // as of the last look
+    bool onServer_;
+    ServerQuestion server_;
 };

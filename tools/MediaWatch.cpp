@@ -2,15 +2,17 @@
 
 #include "Answer.h"
 #include "Locations.h"
+#include "MountList.h"
 #include "fsys/DiskManager.h"
 #include "fsys/SystemCache.h"
+#include "os/LastError.h"
+#include "os/OS.h"
 #include "support/PathHelpers.h"
 #include "support/TextFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
-#include <filesystem>
-#include <system_error>
 
 namespace {
 
@@ -20,22 +22,7 @@ constexpr auto stepLength = std::chrono::milliseconds(200);
 constexpr unsigned stepsPerSecond = 5;
 constexpr char descriptionFile[] = "MediaSpaceInfo.txt";
 
-bool isFolder(const std::string& path)
-{
-    std::error_code error;
-    return std::filesystem::is_directory(path, error);
-}
-
-// A disk that has gone leaves the folder that it was mounted on, and the platform lets nobody write there.
-// What cannot be written and has media folders is a disk that is read-only now.
-bool isThere(const DriveId& location)
-{
-    const std::string root = rootOf(location) + "/";
-    if (!isFolder(root))
-        return false;
-    return DiskManager::writableVolume(wide(root)) ||
-           isFolder(root + utf8(MediaDrive::getFolder(CookieTypeVision)));
-}
+bool isFolder(const std::string& path) { return OS()->getFileManager()->directoryExists(wide(path)); }
 
 // Roots that somebody has added, each with a separator at its end.
 std::vector<std::string> listedRoots(const std::string& space)
@@ -66,6 +53,14 @@ bool registerRoot(const std::string& root, bool found)
            DiskManager::addDriveForMediaLocation(wide(root), found);
 }
 
+// Asked of the table of mounts and of the text of links: a server might not answer.
+bool isOnServer(const std::vector<Mount>& mounts, const DriveId& location)
+{
+    const LightweightString<wchar_t> root = OS()->getFileManager()->resolvePath(wide(rootOf(location) + "/"));
+    const Mount* const mount = mountHolding(mounts, utf8(root));
+    return mount && isServed(*mount);
+}
+
 // The description file holds the name that users gave the location.
 void followName(const DriveId& location)
 {
@@ -77,6 +72,17 @@ void followName(const DriveId& location)
 }
 
 }  // namespace
+
+// A disk that has gone leaves the folder that it was mounted on, and the platform lets nobody write there.
+// What cannot be written and has media folders is a disk that is read-only now.
+Reach reachOf(const std::string& root)
+{
+    setLastError(0);
+    if (isFolder(root) && (DiskManager::writableVolume(wide(root)) ||
+                           isFolder(root + utf8(MediaDrive::getFolder(CookieTypeVision)))))
+        return Reach::online;
+    return errnoFromError(lastError()) == ETIMEDOUT ? Reach::notResponding : Reach::offline;
+}
 
 MediaWatch::MediaWatch(std::string space) : space_(std::move(space)), unmounted_(unmountedRoots())
 {
@@ -105,10 +111,17 @@ void MediaWatch::step()
             folder->look(currentFile_);
 }
 
-bool MediaWatch::isOnline(const DriveId& location) const
+Reach MediaWatch::reach(const DriveId& location) const
 {
     const auto found = locations_.find(location);
-    return found == locations_.end() || found->second.online;
+    return found == locations_.end() ? Reach::online : found->second.reach;
+}
+
+std::vector<std::string> MediaWatch::missingRoots() const
+{
+    std::vector<std::string> roots = listedRoots(space_);
+    std::erase_if(roots, [](const std::string& root) { return bool(DiskManager::getVolume(wide(root))); });
+    return roots;
 }
 
 void MediaWatch::take(const FolderWatch::Change& change)
@@ -182,15 +195,17 @@ void MediaWatch::followRegistry()
             watch_.remove(folder->path());
         location = locations_.erase(location);
     }
+    const std::vector<Mount> mounts = mountList();
     for (const DriveId& id : allLocations()) {
         if (locations_.contains(id))
             continue;
         Location& location = locations_[id];
-        location.isNetwork = DiskManager::getDriveWithUniqueId(id).getType() == iDiskDrive::eNetwork;
+        location.onServer = isOnServer(mounts, id);
         for (const CookieType type : {CookieTypeVision, CookieTypeSound})
-            location.folders.push_back(std::make_unique<MediaFolder>(id, utf8(MediaDrive::getFolder(type))));
+            location.folders.push_back(
+                std::make_unique<MediaFolder>(id, utf8(MediaDrive::getFolder(type)), location.onServer));
         for (const auto& folder : location.folders)
-            location.watched.push_back(watch_.add(folder->path()));
+            location.watched.push_back(!location.onServer && watch_.add(folder->path()));
         // What happened between the listing and the watch.
         for (const auto& folder : location.folders)
             folder->noteDifferences();
@@ -200,25 +215,39 @@ void MediaWatch::followRegistry()
 void MediaWatch::followFolders()
 {
     bool anyChange = false;
+    const std::vector<Mount> mounts = mountList();
     for (auto& [id, location] : locations_) {
-        const bool online = isThere(id);
-        anyChange = anyChange || online != location.online;
-        location.online = online;
-        for (std::size_t i = 0; i < location.folders.size(); ++i)
-            followFolder(location, i);
-        if (online)
+        const Reach reach = reachOf(rootOf(id) + "/");
+        anyChange = anyChange || reach != location.reach;
+        location.reach = reach;
+        if (reach == Reach::online)
+            followServer(id, location, mounts);
+        if (reach != Reach::notResponding)
+            for (std::size_t i = 0; i < location.folders.size(); ++i)
+                followFolder(location, i);
+        if (reach == Reach::online)
             followName(id);
     }
     if (anyChange)
         DiskManager::issueMediaOnlineChangeNotification();
 }
 
+// A server may have been mounted in the place of a disk. Asked while the place answers: links to one that
+// does not lead nowhere.
+void MediaWatch::followServer(const DriveId& id, Location& location, const std::vector<Mount>& mounts)
+{
+    location.onServer = isOnServer(mounts, id);
+    for (const auto& folder : location.folders)
+        folder->setOnServer(location.onServer);
+}
+
 void MediaWatch::followFolder(Location& location, std::size_t index)
 {
     MediaFolder& folder = *location.folders[index];
     const bool watchedBefore = location.watched[index];
-    location.watched[index] = watch_.add(folder.path());
+    // The kernel would ask the server what it is to watch, and wait for it.
+    location.watched[index] = !location.onServer && watch_.add(folder.path());
     // Media in a folder that cannot be reached is not removed.
-    if (folder.exists() && (location.isNetwork || !watchedBefore || !location.watched[index]))
+    if (folder.exists() && (location.onServer || !watchedBefore || !location.watched[index]))
         folder.noteDifferences();
 }
