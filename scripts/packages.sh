@@ -19,12 +19,15 @@ need_packages() {
 
 build_packages=(g++ cmake ninja-build pkg-config ccache liburing-dev libmount-dev libcli11-dev
     nlohmann-json3-dev libxxhash-dev libavformat-dev libavcodec-dev libavutil-dev
-    python3-dev pybind11-dev)
+    python3-dev pybind11-dev libcpp-httplib-dev)
+# The charts of fsys serve; another packager's node brings an npm of its own.
+command -v npm >/dev/null || build_packages+=(nodejs npm)
 # What makes Debian packages; cpack asks file(1) for the kind of each file.
 packaging_packages=(dpkg-dev file gzip binutils)
 test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
     xxhash e2fsprogs xfsprogs util-linux mount btrfs-progs nbdkit nbdkit-plugin-python libnbd-bin fuse3
-    strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg python3-numpy mypy)
+    strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg python3-numpy mypy chromium
+    chromium-driver python3-selenium)
 # Who reads manual pages, completions and the headers' comments.
 reader_packages=(man-db groff bash-completion zsh fish doxygen)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3

@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 #include "Help.h"
+#include "ServeCommand.h"
 #include "Suggestion.h"
 
 #include <algorithm>
@@ -100,6 +101,7 @@ CommandLine::CommandLine()
     addLoginCommand(app_, options_, action_);
     addLogoutCommand(app_, options_, action_);
     addWatchCommand(app_, options_, action_);
+    addServeCommand(app_, options_, action_);
     addDemoCommand(app_, options_, action_);
 }
 

@@ -71,11 +71,26 @@ class Hardening(unittest.TestCase):
             self.assertEqual(set(), exported_functions(file) - marked_places(file), file)
         self.assertGreater(len(exported_functions(FILES[0])), 10)
 
-    def test_NoShellIsCalledAndNothingListens(self):
+    def test_NoShellIsCalledAndNoLibraryListens(self):
         forbidden = {"system", "popen", "execl", "execle", "execlp", "execv", "execve", "execvp", "execvpe",
                      "posix_spawn", "posix_spawnp", "fork", "vfork", "socket", "bind", "listen", "accept", "accept4"}
         for file in FILES:
             self.assertEqual(set(), imports(file) & forbidden, file)
+            # The one library that listens for somebody else.
+            listens = "libcpp-httplib" in output("readelf", "-dW", file)
+            self.assertEqual(file == FILES[-1], listens, file)
+
+    def test_OnlyServeListens(self):
+        """Whoever wants to listen goes through WebServer.cpp, and only the command serve goes there."""
+        self.assertEqual({"WebServer"}, self.objects_that_need(r"httplib::Server::\w+\("))
+        self.assertEqual({"ServeCommand"}, self.objects_that_need(r"WebServer::(bind|start)\("))
+
+    def objects_that_need(self, pattern):
+        needing = set()
+        for file in os.environ["FSYS_COMMAND_OBJECTS"].split(":"):
+            if re.search(r" U " + pattern, output("nm", "--demangle", "--undefined-only", file)):
+                needing.add(os.path.basename(file).split(".")[0])
+        return needing
 
     def test_NoWaitDependsOnTheTimeOfDay(self):
         forbidden = {"pthread_cond_timedwait", "pthread_mutex_timedlock", "sem_timedwait", "alarm", "setitimer"}

@@ -9,7 +9,7 @@ COMMANDS = [line.split() for line in (
     "location add", "location list", "location remove", "location rename", "location prepare", "location unmounted",
     "location unmount", "scan", "import", "find", "clip", "status", "read", "play", "rm", "proxy add", "proxy rename",
     "proxy rm", "link", "link realise", "drive best", "drive time", "drive task", "share list", "share to-local",
-    "share to-unc", "login", "logout", "watch", "demo")]
+    "share to-unc", "login", "logout", "watch", "serve", "demo")]
 GROUPS = {"location": ("add", "list", "remove", "rename", "prepare", "unmounted", "unmount"),
           "proxy": ("add", "rename", "rm"), "drive": ("best", "time", "task"),
           "share": ("list", "to-local", "to-unc"), "link": ("realise",)}
