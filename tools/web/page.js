@@ -129,8 +129,8 @@ class Chart {
     this.plot = new uPlot({
       width: this.width(), height: 110, legend: { show: false }, cursor: { show: false },
       scales: { y: { range: (plot, low, high) => [0, high > 0 ? high * 1.1 : 1] } },
-      axes: [{ ...axis, space: 70, values: (plot, times) => times.map((time) => new Date(time * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit" })) },
-        { ...axis, size: 64, space: 34, values: (plot, values) => values.map((value) => this.format(value)) }],
+      axes: [{ ...axis, size: 24, space: 90, values: (plot, times) => times.map((time) => new Date(time * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit" })) },
+        { ...axis, size: 66, space: 22, values: (plot, values) => values.map((value) => this.format(value)) }],
       series: [{}, ...this.lines.map(([, variable]) => ({ stroke: colour(variable), width: 1.5, points: { show: false }, spanGaps: false }))],
     }, this.data(), this.plotPlace);
   }
@@ -263,7 +263,12 @@ function show(state) {
   showSummary(state);
   showLocations(state.locations);
   if (window.uPlot)
-    for (const card of cards.values()) if (card.charts.length === 0) addCharts(card);
+    for (const location of state.locations) {
+      const card = cards.get(location.path);
+      if (card.charts.length > 0) continue;
+      addCharts(card);
+      for (const chart of card.charts) chart.show(location);
+    }
   showRecordings(state.recordings, new Map(state.locations.map((location) => [location.id, location.name])));
   showClips(state.clips);
   const isLate = state.age_seconds > LATE_SECONDS;
