@@ -128,7 +128,7 @@ class Chart {
     const axis = { stroke: colour("--quiet"), grid: { stroke: colour("--line"), width: 1 }, ticks: { show: false }, font: "11px sans-serif" };
     this.plot = new uPlot({
       width: this.width(), height: 110, legend: { show: false }, cursor: { show: false },
-      scales: { y: { range: (plot, low, high) => [0, high > 0 ? high * 1.1 : 1] } },
+      scales: { y: { range: (plot, low, high) => [0, Math.max(high * 1.1, 1000)] } },
       axes: [{ ...axis, size: 24, space: 90, values: (plot, times) => times.map((time) => new Date(time * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit" })) },
         { ...axis, size: 66, space: 22, values: (plot, values) => values.map((value) => this.format(value)) }],
       series: [{}, ...this.lines.map(([, variable]) => ({ stroke: colour(variable), width: 1.5, points: { show: false }, spanGaps: false }))],
