@@ -1,6 +1,7 @@
 #include "Command.h"
 #include "Help.h"
 #include "Playback.h"
+#include "Plot.h"
 #include "Session.h"
 
 #include <memory>
@@ -15,14 +16,26 @@ struct Arguments
     double seconds = 5;
     std::string level = "high";
     unsigned height = 0;
+    std::string plot;
 };
+
+std::string titleOf(const Arguments& given)
+{
+    return "fsys play: " + std::to_string(given.cookies.size()) + " x " +
+           CLI::detail::to_string(given.framesPerSecond) + " frames/s of " +
+           readableBytes(static_cast<double>(given.frameBytes));
+}
 
 int playStreams(const Options& options, const Arguments& given)
 {
+    const Plot plot(given.plot);
+    if (const int status = plot.prepare(); status != exitDone)
+        return status;
     const Session session(options);
     if (session.failed())
         return exitFailed;
     PlaybackPlan plan;
+    plan.keepTransfers = plot.isWanted();
     plan.framesPerSecond = given.framesPerSecond;
     plan.frameBytes = given.frameBytes;
     plan.seconds = given.seconds;
@@ -51,7 +64,7 @@ int playStreams(const Options& options, const Arguments& given)
                plan.streams.size(), static_cast<unsigned long long>(result.framesDue),
                static_cast<unsigned long long>(result.framesOnTime),
                static_cast<unsigned long long>(result.framesLate), result.worstWaitMs);
-    return exitDone;
+    return plot.draw(titleOf(given), result.transfers);
 }
 
 }  // namespace
@@ -77,6 +90,7 @@ void addPlayCommand(CLI::App& app, const Options& options, Action& action)
         ->capture_default_str();
     command->add_option("--height", given->height, "with auto: proxies at least this tall, in lines")
         ->check(CLI::Range(1U, pictureHeightMax));
+    addPlotOption(*command, given->plot);
     addHelp(
         *command,
         {.notes = "A clip that is too short is read again from its start.",
@@ -85,7 +99,7 @@ void addPlayCommand(CLI::App& app, const Options& options, Action& action)
              "overdue)",
          .done = "played, also when frames were late",
          .no = "a clip is unknown, offline or empty",
-         .failed = "reading failed",
+         .failed = "reading failed, or the picture of --plot cannot be made",
          .example = "fsys play V0123456789ABCDEF00 --fps 25 --frame-bytes 12m --seconds 20"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return playStreams(options, *given); }; });

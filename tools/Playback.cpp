@@ -79,7 +79,8 @@ PlaybackResult play(const PlaybackPlan& plan)
     const auto frames = static_cast<std::uint64_t>(plan.seconds * plan.framesPerSecond);
     const std::uint64_t window = std::clamp<std::uint64_t>(windowBytes / plan.frameBytes, 2, windowFramesMax);
     const std::chrono::duration<double> interval(1 / plan.framesPerSecond);
-    const auto start = StreamReader::Clock::now() + preroll;
+    const auto begin = StreamReader::Clock::now();
+    const auto start = begin + preroll;
     Progress progress("play", frames);
     for (std::uint64_t frame = 0; frame < frames; ++frame) {
         for (const auto& track : tracks)
@@ -90,8 +91,13 @@ PlaybackResult play(const PlaybackPlan& plan)
         const auto due = start + std::chrono::duration_cast<StreamReader::Clock::duration>(
                                      interval * static_cast<double>(frame));
         std::this_thread::sleep_until(due);
-        for (const auto& track : tracks)
-            judge(track->next(), due, result);
+        for (const auto& track : tracks) {
+            const StreamReader::Piece piece = track->next();
+            judge(piece, due, result);
+            if (plan.keepTransfers)
+                result.transfers.push_back(
+                    TimedTransfer::between(begin, piece.asked, piece.ended, piece.bytes).dueAt(begin, due));
+        }
         progress.advance(1);
     }
     return result;

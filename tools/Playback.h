@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Session.h"
+#include "TimedTransfer.h"
 
 #include <cstdint>
 #include <string>
@@ -19,15 +20,17 @@ struct PlaybackPlan
     double framesPerSecond = 25;
     std::uint64_t frameBytes = 0;
     double seconds = 5;
+    bool keepTransfers = false;
 };
 
 struct PlaybackResult
 {
     std::uint64_t framesDue = 0;
     std::uint64_t framesOnTime = 0;
-    std::uint64_t framesLate = 0;  // their data came after they were due, or not at all
-    double worstWaitMs = 0;        // the longest that a frame was overdue
-    std::string error;             // empty when every frame came
+    std::uint64_t framesLate = 0;          // their data came after they were due, or not at all
+    double worstWaitMs = 0;                // the longest that a frame was overdue
+    std::string error;                     // empty when every frame came
+    std::vector<TimedTransfer> transfers;  // one for each frame, when the plan keeps them
 };
 
 // Plays the streams side by side, from their beginnings, over and over when they are short. Reads run a

@@ -1,6 +1,7 @@
 #include "Command.h"
 #include "Hash.h"
 #include "Help.h"
+#include "Plot.h"
 #include "Progress.h"
 #include "Session.h"
 #include "StreamReader.h"
@@ -9,6 +10,7 @@
 #include "os/LastError.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -20,7 +22,16 @@ struct Arguments
     std::uint64_t block = 1U << 20;
     unsigned depth = 8;
     bool hash = false;
+    std::string plot;
 };
+
+std::string titleOf(const Arguments& given, const Source& source)
+{
+    return "fsys read: " + std::filesystem::path(given.source).filename().string() + ", " +
+           readableBytes(static_cast<double>(source.size)) + " in pieces of " +
+           readableBytes(static_cast<double>(given.block)) + ", " + std::to_string(given.depth) +
+           " at a time";
+}
 
 // REQUIRES: sorted is not empty.
 std::uint64_t percentile(const std::vector<std::uint64_t>& sorted, double part)
@@ -30,13 +41,17 @@ std::uint64_t percentile(const std::vector<std::uint64_t>& sorted, double part)
 
 int read(const Options& options, const Arguments& given)
 {
+    const Plot plot(given.plot);
+    if (const int status = plot.prepare(); status != exitDone)
+        return status;
     const Session session(options);
     if (session.failed())
         return exitFailed;
     const Source source = sourceOf(given.source, DecodeFormat(eHighRes));
     if (source.status != exitDone)
         return source.status;
-    ReadResult result = readThrough(source, static_cast<unsigned>(given.block), given.depth, given.hash);
+    ReadResult result =
+        readThrough(source, static_cast<unsigned>(given.block), given.depth, given.hash, plot.isWanted());
     if (!result.complete) {
         complain("reading %s failed after %llu bytes: %s", utf8(source.path).c_str(),
                  static_cast<unsigned long long>(result.bytes), errorText(FsysGetLastError()).c_str());
@@ -56,7 +71,7 @@ int read(const Options& options, const Arguments& given)
                       {"max", result.latenciesUs.back()}}}};
         object["xxh128"] = given.hash ? Json(result.hash) : Json(nullptr);
         answerJson(object);
-        return exitDone;
+        return plot.draw(titleOf(given, source), result.transfers);
     }
     answer("%llu bytes in %.3f s, %.1f MB/s; latency %llu us (p50), %llu us (p99), %llu us (max)\n",
            static_cast<unsigned long long>(result.bytes), result.seconds, rate,
@@ -65,7 +80,7 @@ int read(const Options& options, const Arguments& given)
            static_cast<unsigned long long>(result.latenciesUs.back()));
     if (given.hash)
         answer("%s\n", result.hash.c_str());
-    return exitDone;
+    return plot.draw(titleOf(given, source), result.transfers);
 }
 
 }  // namespace
@@ -84,11 +99,12 @@ void addReadCommand(CLI::App& app, const Options& options, Action& action)
         ->check(CLI::Range(1U, 4096U))
         ->capture_default_str();
     command->add_flag("--hash", given->hash, "XXH3-128 of the bytes, as xxhsum -H2 prints it");
+    addPlotOption(*command, given->plot);
     addHelp(*command, {.keys = "bytes, seconds, mb_per_s (10^6 bytes per second), latency_us (p50, p99, max: "
                                "microseconds of a read), xxh128 (32 hexadecimal digits; null without --hash)",
                        .done = "all of it was read",
                        .no = "the clip or file is unknown or offline",
-                       .failed = "reading failed",
+                       .failed = "reading failed, or the picture of --plot cannot be made",
                        .example = "fsys read V0123456789ABCDEF00 --hash"});
     command->callback(
         [&options, &action, given] { action = [&options, given] { return read(options, *given); }; });

@@ -4,6 +4,7 @@
 #include "Locations.h"
 #include "MediaCopy.h"
 #include "Playback.h"
+#include "Plot.h"
 #include "Recorder.h"
 #include "Session.h"
 #include "fsys/DiskManager.h"
@@ -26,7 +27,23 @@ struct Arguments
     unsigned streams = 1;
     std::uint64_t lowSpace = std::uint64_t{1} << 30;
     bool verify = false;
+    std::string plot;
 };
+
+std::string titleOf(const RecordingPlan& plan)
+{
+    return "fsys record: " + std::to_string(plan.streams) + " x " +
+           CLI::detail::to_string(plan.framesPerSecond) + " writes/s of " +
+           readableBytes(static_cast<double>(plan.frameBytes));
+}
+
+std::vector<TimedTransfer> transfersOf(const RecordingResult& result)
+{
+    std::vector<TimedTransfer> all;
+    for (const RecordedStream& stream : result.streams)
+        all.insert(all.end(), stream.transfers.begin(), stream.transfers.end());
+    return all;
+}
 
 double bytesWanted(const RecordingPlan& plan)
 {
@@ -144,10 +161,14 @@ int report(const Options& options, const Arguments& given, DriveId location, con
 
 int recordStreams(const Options& options, const Arguments& given)
 {
+    const Plot plot(given.plot);
+    if (const int status = plot.prepare(); status != exitDone)
+        return status;
     const Session session(options);
     if (session.failed())
         return exitFailed;
     RecordingPlan plan;
+    plan.keepTransfers = plot.isWanted();
     plan.framesPerSecond = given.framesPerSecond > 0 ? given.framesPerSecond : defaultFramesPerSecond;
     plan.frameBytes = given.frameBytes != 0
                           ? given.frameBytes
@@ -163,7 +184,9 @@ int recordStreams(const Options& options, const Arguments& given)
         return exitFailed;
     }
     plan.location = *location;
-    return report(options, given, *location, record(plan));
+    const RecordingResult result = record(plan);
+    const int status = report(options, given, *location, result);
+    return std::max(status, plot.draw(titleOf(plan), transfersOf(result)));
 }
 
 }  // namespace
@@ -203,6 +226,7 @@ void addRecordCommand(CLI::App& app, const Options& options, Action& action)
         ->transform(CLI::AsSizeValue(false))
         ->capture_default_str();
     command->add_flag("--verify", given->verify, "read everything back and compare");
+    addPlotOption(*command, given->plot);
     addHelp(
         *command,
         {.notes = "SIGINT and SIGTERM end the recording early, with whole files. A full disk ends it too; "
@@ -216,7 +240,7 @@ void addRecordCommand(CLI::App& app, const Options& options, Action& action)
              "(10^6 bytes), late_writes, worst_write_ms, interrupted",
          .done = "every stream is complete",
          .no = "no such location, no room, or a stream reads back differently",
-         .failed = "a stream failed",
+         .failed = "a stream failed, or the picture of --plot cannot be made",
          .example =
              "fsys record --location auto --fps 25 --frame-bytes 12m --seconds 60 --streams 2 --verify"});
     command->callback([&options, &action, given, rate, fps] {

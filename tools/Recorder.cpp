@@ -70,6 +70,10 @@ void recordFrames(Studio& studio, unsigned stream, MediaWriter& writer, Recorded
         result.worstWriteMs =
             std::max(result.worstWriteMs, std::chrono::duration<double, std::milli>(after - before).count());
         studio.bytesWritten += studio.plan.frameBytes;
+        if (studio.plan.keepTransfers)
+            result.transfers.push_back(
+                TimedTransfer::between(studio.start, before, after, studio.plan.frameBytes)
+                    .dueAt(studio.start, studio.due(frame + 1)));
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Qz/Cookie.h"
+#include "TimedTransfer.h"
 #include "fsys/DriveId.h"
 #include "media/MediaWriter.h"
 
@@ -17,6 +18,7 @@ struct RecordingPlan
     double seconds = 5;
     unsigned streams = 1;
     std::uint64_t lowSpaceBytes = std::uint64_t{1} << 30;
+    bool keepTransfers = false;
 };
 
 struct RecordedStream
@@ -27,7 +29,8 @@ struct RecordedStream
     std::uint64_t lateWrites = 0;  // returned after the next frame was due
     double worstWriteMs = 0;       // the longest that a write took
     bool spaceWasLow = false;
-    double seconds = 0;  // from the first frame to the end of the file
+    double seconds = 0;                    // from the first frame to the end of the file
+    std::vector<TimedTransfer> transfers;  // one for each write, when the plan keeps them
 };
 
 struct RecordingResult

@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <chrono>
 
-ReadResult readThrough(const Source& source, unsigned blockBytes, unsigned depth, bool hash)
+ReadResult readThrough(const Source& source, unsigned blockBytes, unsigned depth, bool hash,
+                       bool keepTransfers)
 {
     ReadResult result;
     StreamReader reader(source.path);
@@ -33,6 +34,8 @@ ReadResult readThrough(const Source& source, unsigned blockBytes, unsigned depth
         result.bytes += piece.bytes;
         const auto latency = std::chrono::duration_cast<std::chrono::microseconds>(piece.ended - piece.asked);
         result.latenciesUs.push_back(static_cast<std::uint64_t>(latency.count()));
+        if (keepTransfers)
+            result.transfers.push_back(TimedTransfer::between(start, piece.asked, piece.ended, piece.bytes));
         progress.advance(piece.bytes);
     }
     result.seconds = std::chrono::duration<double>(StreamReader::Clock::now() - start).count();

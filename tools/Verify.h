@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Session.h"
+#include "TimedTransfer.h"
 
 #include <cstdint>
 #include <string>
@@ -14,7 +15,9 @@ struct ReadResult
     double seconds = 0;
     std::vector<std::uint64_t> latenciesUs;  // from DirectRead to completion, one per read
     std::string hash;                        // XXH3-128, when asked for
+    std::vector<TimedTransfer> transfers;    // one per read, when they are to be kept
 };
 
 // Reads source through DirectRead in pieces of blockBytes, depth at a time.
-[[nodiscard]] ReadResult readThrough(const Source& source, unsigned blockBytes, unsigned depth, bool hash);
+[[nodiscard]] ReadResult readThrough(const Source& source, unsigned blockBytes, unsigned depth, bool hash,
+                                     bool keepTransfers = false);

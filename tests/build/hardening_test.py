@@ -74,8 +74,10 @@ class Hardening(unittest.TestCase):
     def test_NoShellIsCalledAndNoLibraryListens(self):
         forbidden = {"system", "popen", "execl", "execle", "execlp", "execv", "execve", "execvp", "execvpe",
                      "posix_spawn", "posix_spawnp", "fork", "vfork", "socket", "bind", "listen", "accept", "accept4"}
+        # The command starts the program that draws its pictures, without a shell.
+        allowed = {"fsys": {"posix_spawnp"}}
         for file in FILES:
-            self.assertEqual(set(), imports(file) & forbidden, file)
+            self.assertEqual(set(), imports(file) & forbidden - allowed.get(os.path.basename(file), set()), file)
             # The one library that listens for somebody else.
             listens = "libcpp-httplib" in output("readelf", "-dW", file)
             self.assertEqual(file == FILES[-1], listens, file)

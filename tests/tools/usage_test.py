@@ -84,7 +84,8 @@ class Usage(CommandCase):
         for command, options in (("scan", ["--location"]), ("find", ["--level", "--height"]),
                                  ("import", ["--location", "--link", "--proxy-of", "--height", "--channels", "--sound"]),
                                  ("read", ["--block", "--depth", "--hash"]), ("demo", ["--dir", "--media"]),
-                                 ("play", ["--fps", "--frame-bytes", "--seconds", "--level"])):
+                                 ("play", ["--fps", "--frame-bytes", "--seconds", "--level", "--plot"]),
+                                 ("read", ["--plot"]), ("record", ["--plot"])):
             text = self.run_command(command, "--help").text
             for option in options:
                 self.assertIn(option, text)
