@@ -9,12 +9,13 @@
 #     TARGET       target name; fsys::TARGET for those who use the installed package
 #     FOLDER       folder below ole/
 #     OUTPUT       name of the shared library, without lib and .so
+#     COMPONENT    of the installation: libraries, unless named
 #     DESCRIPTION  one line for pkg-config
 #     HEADERS      public headers: names in FOLDER
 #     LINKS        floors below
 #     PRIVATE      what else it is linked with
 function(fsys_floor target folder output)
-  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;HEADERS;LINKS;PRIVATE" ${ARGN})
+  cmake_parse_arguments(arg "" "COMPONENT;DESCRIPTION" "SOURCES;HEADERS;LINKS;PRIVATE" ${ARGN})
   set(root ${CMAKE_BINARY_DIR}/floors/${folder})
   file(MAKE_DIRECTORY ${root})
   file(CREATE_LINK ${CMAKE_SOURCE_DIR}/ole/${folder} ${root}/${folder} SYMBOLIC)
@@ -50,7 +51,10 @@ function(fsys_floor target folder output)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
   endif()
 
-  fsys_install_floor(${target} ${folder} ${output} "${arg_DESCRIPTION}" "${arg_HEADERS}" "${arg_LINKS}")
+  if(NOT arg_COMPONENT)
+    set(arg_COMPONENT libraries)
+  endif()
+  fsys_install_floor(${target} ${folder} ${output} ${arg_COMPONENT} "${arg_DESCRIPTION}" "${arg_HEADERS}" "${arg_LINKS}")
 
   # The same objects in one archive, for tests of what is not exported.
   add_library(${target}_internal STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:${target}_objects>)

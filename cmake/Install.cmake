@@ -1,16 +1,17 @@
-# What cmake --install puts where, in three components: libraries, development and tools. An installed tree can be
-# moved: nothing in it holds an absolute path, and what is installed finds its libraries from where it lies.
+# What cmake --install puts where, in components: libraries, av (the library that brings libavformat along), development
+# and tools. An installed tree can be moved: nothing in it holds an absolute path, and what is installed finds its
+# libraries from where it lies.
 include(CMakePackageConfigHelpers)
 
-#   fsys_install_floor(TARGET FOLDER OUTPUT DESCRIPTION HEADERS LINKS)     see fsys_floor, which calls it
-function(fsys_install_floor target folder output description headers links)
+#   fsys_install_floor(TARGET FOLDER OUTPUT COMPONENT DESCRIPTION HEADERS LINKS)     see fsys_floor, which calls it
+function(fsys_install_floor target folder output component description headers links)
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(TARGETS ${target} EXPORT fsysTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libraries NAMELINK_COMPONENT development)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT development)
   list(TRANSFORM headers PREPEND ${CMAKE_SOURCE_DIR}/ole/${folder}/)
   install(FILES ${headers} DESTINATION ${FSYS_INSTALL_HEADERS}/${folder} COMPONENT development)
   set_property(GLOBAL APPEND PROPERTY FSYS_PUBLIC_HEADERS ${headers})
-  set_property(GLOBAL APPEND PROPERTY FSYS_LIBRARIES ${output})
+  set_property(GLOBAL APPEND PROPERTY FSYS_LIBRARIES_${component} ${output})
 
   # Inline code of the public headers calls the floors below, so a user is linked with all of them. The libraries
   # of others are not named: no public header includes theirs, and a shared library brings its own along.

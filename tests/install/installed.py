@@ -17,6 +17,8 @@ VERSION = os.environ["FSYS_VERSION"]
 CXX = os.environ["CXX"]
 CONSUMER = os.path.join(SOURCE, "tests", "install", "consumer")
 LIBRARIES = {"qz": "Qz", "fsysos": "os", "fsyssupport": "support", "fsys": "fsys", "fsysmedia": "media"}
+if os.path.exists(os.path.join(BUILD, "ole", "libfsysav.so")):
+    LIBRARIES["fsysav"] = "av"
 
 
 def attempt(*command, **options):

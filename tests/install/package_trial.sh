@@ -43,7 +43,9 @@ inside /tmp/built/consumer /tmp/media
 inside sh -c "$compiler -std=c++20 /tmp/consumer/cookie.cpp -o /tmp/cookie \$(pkg-config --cflags --libs qz) && /tmp/cookie"
 
 step remove
-inside dpkg --purge fsys-tools libfsys-dev "$(dpkg-deb --field "$(ls "$root"/tmp/packages/libfsys[0-9]*.deb)" Package)"
+names=()
+for file in "$root"/tmp/packages/*.deb; do names+=("$(dpkg-deb --field "$file" Package)"); done
+inside dpkg --purge "${names[@]}"
 left=$(made)
 [ -z "$left" ] || { printf 'left behind:\n%s\n' "$left"; exit 1; }
 folders=$(cd "$changes/upper" && find . -type d -ipath '*fsys*' -printf '%P\n')
