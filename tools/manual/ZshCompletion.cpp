@@ -40,20 +40,25 @@ std::string actionOf(const Argument& argument)
     return " ";
 }
 
+// "(--none --of --these)--name=[meaning]:VALUE:action"
+std::string specOf(const Argument& option, const std::string& name)
+{
+    const bool hasValue = option.takes != Takes::nothing;
+    std::string spec = "(" + joinedWords(option.excludes, " ");
+    spec += " " + joinedWords(option.names, " ") + ")" + name;
+    spec += hasValue && name.starts_with("--") ? "=" : "";
+    spec += "[" + plain(option.meaning) + "]";
+    if (hasValue)
+        spec += ":" + plain(option.value) + ":" + actionOf(option);
+    return spec;
+}
+
 std::string optionSpecs(const CommandNode& command)
 {
     std::string specs;
-    for (const Argument& option : ownOptions(command)) {
-        const std::string others = joinedWords(option.excludes, " ") + " " + joinedWords(option.names, " ");
+    for (const Argument& option : ownOptions(command))
         for (const std::string& name : option.names)
-            specs += " \\\n        " +
-                     quotedForZsh("(" + others + ")" + name +
-                                  (option.takes != Takes::nothing && name.starts_with("--") ? "=" : "") +
-                                  "[" + plain(option.meaning) + "]" +
-                                  (option.takes == Takes::nothing
-                                       ? ""
-                                       : ":" + plain(option.value) + ":" + actionOf(option)));
-    }
+            specs += " \\\n        " + quotedForZsh(specOf(option, name));
     return specs;
 }
 
