@@ -27,7 +27,7 @@ packaging_packages=(dpkg-dev file gzip binutils)
 test_packages=(libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 python3
     xxhash e2fsprogs xfsprogs util-linux mount btrfs-progs nbdkit nbdkit-plugin-python libnbd-bin fuse3
     strace "${packaging_packages[@]}" lintian abigail-tools ffmpeg python3-numpy mypy chromium
-    chromium-driver python3-selenium gnuplot-nox)
+    chromium-driver python3-selenium gnuplot-nox tmux)
 # Who reads manual pages, completions and the headers' comments.
 reader_packages=(man-db groff bash-completion zsh fish doxygen)
 bench_packages=(libuv1-dev libboost1.81-dev libavformat-dev libavutil-dev fio fd-find findutils coreutils python3

@@ -1,6 +1,8 @@
 #include "Answer.h"
 
 #include <array>
+#include <cstdlib>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -62,6 +64,13 @@ void holdStandardStreams()
 }
 
 bool answerArrived() { return arrived; }
+
+int answerTerminal()
+{
+    const char* const kind = std::getenv("TERM");
+    const bool canDraw = kind && *kind != '\0' && std::string_view(kind) != "dumb";
+    return canDraw && isatty(fileno(output)) == 1 ? fileno(output) : -1;
+}
 
 void takeStandardOutput(bool showLibraryOutput)
 {

@@ -26,6 +26,8 @@ void takeStandardOutput(bool showLibraryOutput);
 [[nodiscard]] std::string jsonLine(const Json& object);
 // Writes that line.
 void answerJson(const Json& object);
+// Descriptor of the answer where that is a terminal that can be drawn on; -1 elsewhere.
+[[nodiscard]] int answerTerminal();
 // Writes text as printf does. On a terminal control characters, which names may hold, become question marks.
 void answer(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // "fsys: " and a message on standard error, in the same way.

@@ -55,3 +55,4 @@ void addShareCommand(CLI::App& app, const Options& options, Action& action);
 void addLoginCommand(CLI::App& app, const Options& options, Action& action);
 void addLogoutCommand(CLI::App& app, const Options& options, Action& action);
 void addWatchCommand(CLI::App& app, const Options& options, Action& action);
+void addTopCommand(CLI::App& app, const Options& options, Action& action);

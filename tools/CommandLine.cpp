@@ -101,6 +101,7 @@ CommandLine::CommandLine()
     addLoginCommand(app_, options_, action_);
     addLogoutCommand(app_, options_, action_);
     addWatchCommand(app_, options_, action_);
+    addTopCommand(app_, options_, action_);
     addServeCommand(app_, options_, action_);
     addDemoCommand(app_, options_, action_);
 }

@@ -9,7 +9,7 @@ COMMANDS = [line.split() for line in (
     "location add", "location list", "location remove", "location rename", "location prepare", "location unmounted",
     "location unmount", "scan", "import", "find", "clip", "status", "read", "play", "rm", "proxy add", "proxy rename",
     "proxy rm", "link", "link realise", "drive best", "drive time", "drive task", "share list", "share to-local",
-    "share to-unc", "login", "logout", "watch", "serve", "demo")]
+    "share to-unc", "login", "logout", "watch", "top", "serve", "demo")]
 GROUPS = {"location": ("add", "list", "remove", "rename", "prepare", "unmounted", "unmount"),
           "proxy": ("add", "rename", "rm"), "drive": ("best", "time", "task"),
           "share": ("list", "to-local", "to-unc"), "link": ("realise",)}
@@ -54,7 +54,8 @@ class Usage(CommandCase):
                      ["proxy", "rename", cookie, proxy, renamed], ["proxy", "rm", cookie, renamed],
                      ["drive", "best", "--mb", "1"], ["drive", "time", "1", "--rate-a", "1"],
                      ["drive", "task", "Record", "--set", "1"], ["share", "list"], ["share", "to-unc", self.path("media")],
-                     ["share", "to-local", unc], ["login", self.root, "--seconds", "0.01"], ["rm", cookie, "--all"]):
+                     ["share", "to-local", unc], ["login", self.root, "--seconds", "0.01"],
+                     ["top", "--interval", "0.05", "--count", "1"], ["rm", cookie, "--all"]):
             command = line[:2] if line[:2] in COMMANDS else line[:1]
             with self.subTest(command=command):
                 answer = self.json_lines(*line)[0]
@@ -85,7 +86,7 @@ class Usage(CommandCase):
                                  ("import", ["--location", "--link", "--proxy-of", "--height", "--channels", "--sound"]),
                                  ("read", ["--block", "--depth", "--hash"]), ("demo", ["--dir", "--media"]),
                                  ("play", ["--fps", "--frame-bytes", "--seconds", "--level", "--plot"]),
-                                 ("read", ["--plot"]), ("record", ["--plot"])):
+                                 ("read", ["--plot"]), ("record", ["--plot"]), ("top", ["--interval", "--count"])):
             text = self.run_command(command, "--help").text
             for option in options:
                 self.assertIn(option, text)
