@@ -20,6 +20,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/md5.h>
+#include <libavutil/samplefmt.h>
 }
 
 namespace {
@@ -62,9 +63,8 @@ Codec openCodec(const AVStream& stream)
 std::vector<std::uint8_t> bytesOf(const AVFrame& frame)
 {
     if (frame.nb_samples != 0) {
-        const auto bytes =
-            static_cast<std::size_t>(frame.nb_samples * frame.ch_layout.nb_channels *
-                                     av_get_bytes_per_sample(static_cast<AVSampleFormat>(frame.format)));
+        const int bytes = av_samples_get_buffer_size(nullptr, frame.ch_layout.nb_channels, frame.nb_samples,
+                                                     static_cast<AVSampleFormat>(frame.format), 1);
         return {frame.data[0], frame.data[0] + bytes};
     }
     const auto layout = static_cast<AVPixelFormat>(frame.format);
