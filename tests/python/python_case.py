@@ -16,7 +16,7 @@ import unittest
 
 HOME = tempfile.mkdtemp(prefix="fsys-python-home-")
 for _name in [name for name in os.environ if name.startswith(("XDG_", "FSYS_")) and name not in
-              ("FSYS_SOURCE", "FSYS_COMMAND", "FSYS_IO_BACKEND")]:
+              ("FSYS_SOURCE", "FSYS_COMMAND", "FSYS_IO_BACKEND", "FSYS_BUILD", "FSYS_LIBRARIES")]:
     del os.environ[_name]
 os.environ["HOME"] = HOME
 atexit.register(shutil.rmtree, HOME, True)
