@@ -64,7 +64,7 @@ class Examples(PythonCase):
         session.scan()
         session.remove_location("raid")
         session.close()
-        for text, place in (("python/README.md", "/projects/film"), ("README.md", "/home/me/project")):
+        for text, place in (("docs/python.md", "/projects/film"), ("README.md", "/home/me/project")):
             with open(os.path.join(SOURCE, text), encoding="utf-8") as file:
                 blocks = re.findall("```python\n(.*?)```", file.read(), re.DOTALL)
             self.assertEqual(len(blocks), 1)
