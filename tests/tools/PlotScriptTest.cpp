@@ -86,8 +86,9 @@ TEST(Plot, EachTransferIsInOneBinOfTheDistribution)
         double high = 0;
         words >> middle >> count >> low >> high;
         EXPECT_TRUE(low < middle && middle < high) << line;
-        if (above > 0)
+        if (above > 0) {
             EXPECT_NEAR(low, above, above * 1e-6) << line;
+        }
         above = high;
         counted += count;
     }

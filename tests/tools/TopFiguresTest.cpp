@@ -136,7 +136,7 @@ TEST(Top, SlowIsALargeTransferBelowTheRate)
 TEST(Top, ARowOfEightyColumnsHasAllFigures)
 {
     const std::string text = row(location(), 80);
-    EXPECT_EQ(text, "1  Raid A                      812.4        95.0     3.1    no    1.2 TB     95 min");
+    EXPECT_EQ(text, "1  Raid A                   812.4        95.0     3.1    no    1.2 TB     95 min");
     EXPECT_EQ(columnsOf(text), 80U);
 }
 
