@@ -59,14 +59,23 @@ Codec openCodec(const AVStream& stream)
     return avcodec_open2(codec.get(), decoder, nullptr) < 0 ? Codec() : std::move(codec);
 }
 
-// The bytes of a picture, plane after plane without padding, or of all interleaved channels.
-std::vector<std::uint8_t> bytesOf(const AVFrame& frame)
+// The samples of one channel after the other where the decoder keeps them apart, else all interleaved.
+std::vector<std::uint8_t> samplesOf(const AVFrame& frame)
 {
-    if (frame.nb_samples != 0) {
-        const int bytes = av_samples_get_buffer_size(nullptr, frame.ch_layout.nb_channels, frame.nb_samples,
-                                                     static_cast<AVSampleFormat>(frame.format), 1);
-        return {frame.data[0], frame.data[0] + bytes};
-    }
+    const auto layout = static_cast<AVSampleFormat>(frame.format);
+    const int channels = frame.ch_layout.nb_channels;
+    const int planes = av_sample_fmt_is_planar(layout) != 0 ? channels : 1;
+    const int planeBytes =
+        av_samples_get_buffer_size(nullptr, channels / planes, frame.nb_samples, layout, 1);
+    std::vector<std::uint8_t> bytes;
+    for (int plane = 0; plane < planes; ++plane)
+        bytes.insert(bytes.end(), frame.extended_data[plane], frame.extended_data[plane] + planeBytes);
+    return bytes;
+}
+
+// Plane after plane, without padding.
+std::vector<std::uint8_t> pictureOf(const AVFrame& frame)
+{
     const auto layout = static_cast<AVPixelFormat>(frame.format);
     std::vector<std::uint8_t> bytes(
         static_cast<std::size_t>(av_image_get_buffer_size(layout, frame.width, frame.height, 1)));
@@ -77,7 +86,7 @@ std::vector<std::uint8_t> bytesOf(const AVFrame& frame)
 
 void show(int stream, const AVFrame& frame)
 {
-    const std::vector<std::uint8_t> bytes = bytesOf(frame);
+    const std::vector<std::uint8_t> bytes = frame.nb_samples != 0 ? samplesOf(frame) : pictureOf(frame);
     std::array<std::uint8_t, 16> sum{};
     av_md5_sum(sum.data(), bytes.data(), bytes.size());
     std::printf("%d %zu ", stream, bytes.size());

@@ -29,6 +29,7 @@ RECIPES = {
                   "pcm_s16le", *TIMECODE],
     "h264.mov": [*PICTURE, *SOUND, *ALL, "-vf", "scale=128:72", "-c:v", "libx264", "-preset", "ultrafast", "-bf", "2",
                  "-c:a", "pcm_s16le", *TIMECODE],
+    "aac.mov": [*SOUND, "-c:a", "aac"],
     "sound.wav": [*SOUND, "-c:a", "pcm_s24le"],
 }
 
