@@ -9,8 +9,9 @@ namespace os {
 //
 // An unbuffered read that a thread waits for is finished from the page cache when the server's answer is too
 // short, and the cache may hold zeros in place of bytes that were lost on the way. The kernel does not do
-// that to an asynchronous read, so this starts one and waits for it. Threads:    any; each thread that comes
-// here has a queue of the kernel of its own until it ends.
+// that to an asynchronous read, so this starts one and waits for it.
+//
+// Threads: any; each thread that comes here has a queue of the kernel of its own until it ends.
 
 // At most count bytes at a position of a file that is open without buffering, of any alignment that its
 // file system takes. Bytes, fewer when the answer was short, or a negated errno.
