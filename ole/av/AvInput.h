@@ -60,6 +60,7 @@ public:
     AvInput(const AvInput&) = delete;
     AvInput& operator=(const AvInput&) = delete;
 
+    // False when there is nothing to read: error tells why.
     [[nodiscard]] bool isOpen() const;
     // Why it is not open, or the last error of a read; the end of file is none.
     [[nodiscard]] const MediaError& error() const;

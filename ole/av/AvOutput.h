@@ -50,6 +50,7 @@ public:
     AvOutput(const AvOutput&) = delete;
     AvOutput& operator=(const AvOutput&) = delete;
 
+    // False when nothing can be written: error tells why.
     [[nodiscard]] bool isOpen() const;
     // The first failure.
     [[nodiscard]] MediaError error() const;

@@ -89,7 +89,7 @@ class Hardening(unittest.TestCase):
 
     def objects_that_need(self, pattern):
         needing = set()
-        for file in os.environ["FSYS_COMMAND_OBJECTS"].split(":"):
+        for file in filter(lambda name: name.endswith(".o"), os.environ["FSYS_COMMAND_OBJECTS"].split(":")):
             if re.search(r" U " + pattern, output("nm", "--demangle", "--undefined-only", file)):
                 needing.add(os.path.basename(file).split(".")[0])
         return needing

@@ -74,7 +74,7 @@ class Install(installed.Case):
         command = os.path.join(prefix, "bin", "fsys")
         self.assertIn("location", self.run_well(command, "--help"))
         used = self.run_well("ldd", command)
-        for name in LIBRARIES:
+        for name in set(LIBRARIES) - {"fsysav"}:
             (place,) = re.findall(rf"lib{name}\.so\.\d+ => (\S+)", used)
             self.assertTrue(os.path.realpath(place).startswith(prefix + "/"), place)
 
@@ -91,7 +91,7 @@ class Install(installed.Case):
                 looked_at += 1
                 paths = re.findall(r"\((?:RUNPATH|RPATH)\).*\[(.*)\]", self.run_well("readelf", "-dW", path))
                 self.assertEqual(1, len(paths), name)
-                self.assertRegex(paths[0], r"^\$ORIGIN(/\.\./lib(/[\w-]+)?)?$", name)
+                self.assertRegex(paths[0], r"^\$ORIGIN((/\.\.)+/lib(/[\w-]+)?)?$", name)
         self.assertGreaterEqual(looked_at, len(LIBRARIES) + 1)
 
     def test_LibrariesCarryTheirVersion(self):

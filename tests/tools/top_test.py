@@ -72,10 +72,10 @@ class Screen:
     def is_alternate(self):
         return self.tmux("display-message", "-p", "#{alternate_on} #{cursor_flag}").strip() != "0 1"
 
-    def start_top(self, *arguments, until="q quits"):
+    def start_top(self, *arguments, until="q quits", job_control=True):
         """Runs top from a script that writes down its id, how it ended and the modes of the terminal around it."""
         line = " ".join([os.environ["FSYS_COMMAND"], "--space", self.case.space, "--no-discovery", "top", *arguments])
-        self.case.write("run.sh", f"stty -g >before; sh -c 'echo $$ >pid; exec {line}'; echo $? >status; "
+        self.case.write("run.sh", f"set {'-m' if job_control else '+m'}; stty -g >before; sh -c 'echo $$ >pid; exec {line}'; echo $? >status; "
                                   "stty -g >after\n".encode())
         self.type("clear; echo earlier; . ./run.sh; echo la''ter", "Enter")
         return self.until(lambda text: until in text)
@@ -230,7 +230,8 @@ class TopOnATerminal(CommandCase):
     def test_gives_the_terminal_back_when_the_second_signal_kills(self):
         self.add_location()
         screen = Screen(self, 80, 24)
-        screen.start_top("--interval", "1000")
+        # A shell that hears of the stop would go on without it.
+        screen.start_top("--interval", "1000", job_control=False)
         pid = screen.pid()
         # Both are pending when it goes on, so that the second comes before the first was obeyed.
         os.kill(pid, signal.SIGSTOP)

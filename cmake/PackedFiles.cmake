@@ -1,0 +1,22 @@
+# Run by cpack on the files that it is about to pack: makes of an installed tree what Debian wants below /usr.
+file(GLOB_RECURSE files LIST_DIRECTORIES false ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(file IN LISTS files)
+  if(IS_SYMLINK ${file})
+    continue()
+  endif()
+  file(READ ${file} magic LIMIT 4 HEX)
+  if(magic STREQUAL "7f454c46")
+    # The loader looks there by itself.
+    file(RPATH_REMOVE FILE ${file})
+  elseif(file MATCHES "/man/man[1-9]/[^/]+[1-9]$")
+    execute_process(COMMAND gzip -9 -n ${file} COMMAND_ERROR_IS_FATAL ANY)
+  elseif(file MATCHES "/zsh/site-functions/")
+    # Where Debian's zsh looks for what packages bring.
+    string(REPLACE /zsh/site-functions/ /zsh/vendor-completions/ place ${file})
+    cmake_path(GET file PARENT_PATH old)
+    cmake_path(GET place PARENT_PATH new)
+    file(MAKE_DIRECTORY ${new})
+    file(RENAME ${file} ${place})
+    file(REMOVE_RECURSE ${old})
+  endif()
+endforeach()
