@@ -104,20 +104,6 @@ bool takeKeys()
     return tcsetattr(STDIN_FILENO, TCSANOW, &modes) == 0;
 }
 
-TerminalScreen::Key keyOf(std::string_view bytes)
-{
-    constexpr char interrupt = 3;
-    constexpr char quit = 28;
-    for (const std::string_view up : {"\033[A", "\033OA", "k"})
-        if (bytes.starts_with(up))
-            return TerminalScreen::Key::up;
-    for (const std::string_view down : {"\033[B", "\033OB", "j"})
-        if (bytes.starts_with(down))
-            return TerminalScreen::Key::down;
-    const bool isEnd = bytes.find_first_of(std::string{'q', 'Q', interrupt, quit}) != std::string_view::npos;
-    return isEnd ? TerminalScreen::Key::quit : TerminalScreen::Key::none;
-}
-
 }  // namespace
 
 TerminalScreen::TerminalScreen(int terminal) : terminal_(terminal)
@@ -171,30 +157,35 @@ bool TerminalScreen::show(const std::string& text) const
     return writeAll(terminal_, drawn + "\033[0m");
 }
 
-TerminalScreen::Key TerminalScreen::wait(Clock::time_point time)
+TerminalKey TerminalScreen::wait(Clock::time_point time)
 {
+    // What was typed ahead comes first.
+    if (const TerminalKey key = takeKey(typed_); key != TerminalKey::none)
+        return key;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
     std::array<pollfd, 2> sources{pollfd{state.wake[0], POLLIN, 0},
                                   pollfd{hasKeys_ ? STDIN_FILENO : -1, POLLIN, 0}};
     const int ready =
         poll(sources.data(), sources.size(), static_cast<int>(std::clamp<std::int64_t>(left, 0, 1000)));
     if (ready <= 0)
-        return Key::none;
+        return TerminalKey::none;
     std::array<char, 64> bytes{};
     if (sources[0].revents != 0)
         while (read(state.wake[0], bytes.data(), bytes.size()) > 0) {
         }
-    return sources[1].revents != 0 ? takeKey() : Key::none;
+    return sources[1].revents != 0 ? readKey() : TerminalKey::none;
 }
 
 bool TerminalScreen::isEndWanted() const { return state.endWanted; }
 
-TerminalScreen::Key TerminalScreen::takeKey()
+TerminalKey TerminalScreen::readKey()
 {
     std::array<char, 64> bytes{};
     const ssize_t got = read(STDIN_FILENO, bytes.data(), bytes.size());
-    if (got > 0)
-        return keyOf(std::string_view(bytes.data(), static_cast<std::size_t>(got)));
+    if (got > 0) {
+        typed_.append(bytes.data(), static_cast<std::size_t>(got));
+        return takeKey(typed_);
+    }
     // A terminal that has gone is always ready and gives nothing.
-    return got < 0 && errno == EINTR ? Key::none : Key::quit;
+    return got < 0 && errno == EINTR ? TerminalKey::none : TerminalKey::quit;
 }

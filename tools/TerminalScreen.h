@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TerminalKeys.h"
+
 #include <chrono>
 #include <string>
 
@@ -7,7 +9,7 @@
 //
 // The terminal is given back as it was, with what stood on it, by the destructor and by a signal that ends
 // the process. SIGINT, SIGTERM, SIGQUIT and SIGHUP ask for the end first (isEndWanted); the second one ends.
-// Threads:    one object at a time, of one thread. Handlers run on any.
+// Threads: one object at a time, of one thread. Handlers run on any.
 class TerminalScreen
 {
 public:
@@ -18,7 +20,6 @@ public:
         unsigned columns = 80;
         unsigned lines = 24;
     };
-    enum class Key { none, quit, up, down };
 
     // terminal: descriptor that is written to. Keys come from standard input where that is a terminal.
     explicit TerminalScreen(int terminal);
@@ -32,12 +33,13 @@ public:
     // terminal has gone.
     [[nodiscard]] bool show(const std::string& text) const;
     // Until time, a key, another size or the wish to end; whichever comes first.
-    [[nodiscard]] Key wait(Clock::time_point time);
+    [[nodiscard]] TerminalKey wait(Clock::time_point time);
     [[nodiscard]] bool isEndWanted() const;
 
 private:
-    [[nodiscard]] Key takeKey();
+    [[nodiscard]] TerminalKey readKey();
 
     int terminal_;
     bool hasKeys_ = false;
+    std::string typed_;  // and not yet taken
 };

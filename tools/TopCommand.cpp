@@ -185,11 +185,11 @@ bool showUntil(Clock::time_point due, const std::vector<LocationLoad>& locations
     do {
         if (!screen.show(page.draw(locations, screen.size())))
             return false;
-        const TerminalScreen::Key key = screen.wait(due);
-        if (screen.isEndWanted() || key == TerminalScreen::Key::quit)
+        const TerminalKey key = screen.wait(due);
+        if (screen.isEndWanted() || key == TerminalKey::quit)
             return false;
-        if (key != TerminalScreen::Key::none)
-            page.scroll(key == TerminalScreen::Key::up ? -1 : 1);
+        if (key != TerminalKey::none)
+            page.scroll(key == TerminalKey::up ? -1 : 1);
     } while (Clock::now() < due);
     return true;
 }
