@@ -44,4 +44,6 @@ function(fsys_install_package)
     COMPONENT development)
   install(FILES ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT development)
+  install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN api EXCLUDE)
 endfunction()

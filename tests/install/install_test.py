@@ -78,6 +78,15 @@ class Install(installed.Case):
             (place,) = re.findall(rf"lib{name}\.so\.\d+ => (\S+)", used)
             self.assertTrue(os.path.realpath(place).startswith(prefix + "/"), place)
 
+    def test_TheTextsAreThereAndTheirLinksLeadToOthers(self):
+        folder = os.path.join(self.install("--component", "development"), "share", "doc", "fsys")
+        with open(os.path.join(folder, "README.md"), encoding="utf-8") as file:
+            links = [link for link in re.findall(r"\]\(([^):#]+)", file.read()) if link.startswith("docs/")]
+        self.assertGreater(len(links), 10)
+        for link in links:
+            self.assertTrue(os.path.isfile(os.path.join(folder, link)), link)
+        self.assertTrue(os.path.isfile(os.path.join(folder, "docs", "images", "floors.svg")))
+
     def test_NoInstalledFileKnowsWhereItWasBuilt(self):
         prefix = self.install("--strip")
         looked_at = 0
