@@ -127,9 +127,9 @@ class Chart {
     this.end();
     const axis = { stroke: colour("--quiet"), grid: { stroke: colour("--line"), width: 1 }, ticks: { show: false }, font: "11px sans-serif" };
     this.plot = new uPlot({
-      width: this.width(), height: 110, legend: { show: false }, cursor: { show: false },
+      width: this.width(), height: 110, padding: [8, 28, 0, 0], legend: { show: false }, cursor: { show: false },
       scales: { y: { range: (plot, low, high) => [0, Math.max(high * 1.1, 1000)] } },
-      axes: [{ ...axis, size: 24, space: 90, values: (plot, times) => times.map((time) => new Date(time * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit" })) },
+      axes: [{ ...axis, size: 24, space: 90, values: (plot, times) => times.map((time) => new Date(time * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit", hourCycle: "h23" })) },
         { ...axis, size: 66, space: 22, values: (plot, values) => values.map((value) => this.format(value)) }],
       series: [{}, ...this.lines.map(([, variable]) => ({ stroke: colour(variable), width: 1.5, points: { show: false }, spanGaps: false }))],
     }, this.data(), this.plotPlace);
@@ -234,9 +234,11 @@ function showClips(clips) {
 
 function showSummary(state) {
   const online = state.locations.filter((location) => location.status === "online").length;
-  const figures = [[online + " of " + state.locations.length, "locations online"], [state.clips.total, "clips known"],
-    [state.clips.offline + state.clips.partly_offline, "clips offline"],
-    [state.recordings.filter((recording) => recording.growing).length, "recordings growing"]];
+  const count = (number, one, more) => [number, number === 1 ? one : more];
+  const figures = [[online + " of " + state.locations.length, "locations online"],
+    count(state.clips.total, "clip known", "clips known"),
+    count(state.clips.offline + state.clips.partly_offline, "clip offline", "clips offline"),
+    count(state.recordings.filter((recording) => recording.growing).length, "recording growing", "recordings growing")];
   $("summary").replaceChildren(...figures.map(([value, text]) => {
     const figure = make("span");
     figure.append(make("b", "", String(value)), " " + text);
