@@ -44,13 +44,13 @@ std::string actionOf(const Argument& argument)
 std::string specOf(const Argument& option, const std::string& name)
 {
     const bool hasValue = option.takes != Takes::nothing;
-    std::string spec = "(" + joinedWords(option.excludes, " ");
-    spec += " " + joinedWords(option.names, " ") + ")" + name;
-    spec += hasValue && name.starts_with("--") ? "=" : "";
-    spec += "[" + plain(option.meaning) + "]";
+    std::string entry = "(" + joinedWords(option.excludes, " ");
+    entry += " " + joinedWords(option.names, " ") + ")" + name;
+    entry += hasValue && name.starts_with("--") ? "=" : "";
+    entry += "[" + plain(option.meaning) + "]";
     if (hasValue)
-        spec += ":" + plain(option.value) + ":" + actionOf(option);
-    return spec;
+        entry += ":" + plain(option.value) + ":" + actionOf(option);
+    return entry;
 }
 
 std::string optionSpecs(const CommandNode& command)
