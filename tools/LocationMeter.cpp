@@ -5,8 +5,6 @@
 #include "fsys/DiskManager.h"
 #include "os/OS.h"
 #include "support/ConfigInt.h"
-#include "support/PathHelpers.h"
-#include "support/TextFile.h"
 
 #include <algorithm>
 #include <utility>
@@ -44,15 +42,6 @@ bool isThere(const std::string& root)
     return files->directoryExists(wide(root)) &&
            (DiskManager::writableVolume(wide(root)) ||
             files->directoryExists(wide(root + utf8(MediaDrive::getFolder(CookieTypeVision)))));
-}
-
-std::vector<std::string> listedRoots(const std::string& space)
-{
-    std::vector<std::string> roots;
-    const TextFile list(joinPaths(wide(space), getMediaLocationsFilename()), true);
-    for (unsigned i = 0; i < list.getLineCount(); ++i)
-        roots.push_back(withSeparator(list.getLine(i).str()));
-    return roots;
 }
 
 // One that was added, or that could not be reached when the registry was filled, gets its id and name.

@@ -3,6 +3,8 @@
 #include "Answer.h"
 #include "Session.h"
 #include "fsys/DiskManager.h"
+#include "support/PathHelpers.h"
+#include "support/TextFile.h"
 
 std::string nameOf(const DriveId& location)
 {
@@ -31,6 +33,15 @@ std::vector<DriveId> allLocations()
          more = DiskManager::getNextMaterialVolume(id))
         locations.push_back(id);
     return locations;
+}
+
+std::vector<std::string> listedRoots(const std::string& space)
+{
+    std::vector<std::string> roots;
+    const TextFile list(joinPaths(wide(space), getMediaLocationsFilename()), true);
+    for (unsigned i = 0; i < list.getLineCount(); ++i)
+        roots.push_back(withSeparator(list.getLine(i).str()));
+    return roots;
 }
 
 std::optional<DriveId> locationHolding(const LightweightString<wchar_t>& path)

@@ -17,6 +17,9 @@
 [[nodiscard]] std::string labelOf(const DriveId& location);
 // folder with a separator at its end.
 [[nodiscard]] std::string withSeparator(std::string folder);
+// Roots that somebody has added to the project space, each with a separator at its end; also those that are
+// away.
+[[nodiscard]] std::vector<std::string> listedRoots(const std::string& space);
 // The ids of all that are registered, in their order.
 [[nodiscard]] std::vector<DriveId> allLocations();
 // The location whose folder holds path; the innermost where one holds another.

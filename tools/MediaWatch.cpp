@@ -7,8 +7,6 @@
 #include "fsys/SystemCache.h"
 #include "os/LastError.h"
 #include "os/OS.h"
-#include "support/PathHelpers.h"
-#include "support/TextFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,16 +21,6 @@ constexpr unsigned stepsPerSecond = 5;
 constexpr char descriptionFile[] = "MediaSpaceInfo.txt";
 
 bool isFolder(const std::string& path) { return OS()->getFileManager()->directoryExists(wide(path)); }
-
-// Roots that somebody has added, each with a separator at its end.
-std::vector<std::string> listedRoots(const std::string& space)
-{
-    std::vector<std::string> roots;
-    const TextFile list(joinPaths(wide(space), getMediaLocationsFilename()), true);
-    for (unsigned i = 0; i < list.getLineCount(); ++i)
-        roots.push_back(withSeparator(list.getLine(i).str()));
-    return roots;
-}
 
 std::vector<std::string> unmountedRoots()
 {
