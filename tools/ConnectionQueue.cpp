@@ -17,16 +17,13 @@ ConnectionQueue::ConnectionQueue(std::function<void()> look) : look_(std::move(l
 void ConnectionQueue::enqueue(std::function<void()> connection)
 {
     look_();
-    {
-        const std::lock_guard guard(lock_);
-        overload = waiting_.size() >= waitingMax;
-        if (!overload)
-            waiting_.push_back(std::move(connection));
-    }
-    if (!overload) {
+    if (std::unique_lock guard(lock_); waiting_.size() < waitingMax) {
+        waiting_.push_back(std::move(connection));
+        guard.unlock();
         came_.notify_one();
         return;
     }
+    overload = true;
     connection();
     overload = false;
 }

@@ -146,10 +146,10 @@ MediaFolder::Stamps MediaFolder::stampsOf(Names names)
     if (onServer_)
         for (const std::string& name : names)
             unknown[name] = std::nullopt;
-    const auto look = [path = path_, names = std::move(names)] {
+    const auto look = [folder = path_ + "/", names = std::move(names)] {
         Stamps stamps;
         for (const std::string& name : names)
-            stamps[name] = stampAt(path + "/" + name);
+            stamps[name] = stampAt(std::string(folder).append(name));
         return stamps;
     };
     return asked<Stamps>(look, std::move(unknown));

@@ -56,7 +56,7 @@ std::string refusal(HttpStatus status)
     const std::string reason = reasonOf(status);
     std::string text = "HTTP/1.1 " + std::to_string(static_cast<int>(status)) + " " + reason + "\r\n";
     for (const auto& [name, value] : guardingFields())
-        text += name + ": " + value + "\r\n";
+        text.append(name).append(": ").append(value).append("\r\n");
     if (status == HttpStatus::methodNotAllowed)
         text += "Allow: GET, HEAD\r\n";
     return text +
