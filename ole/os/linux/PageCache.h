@@ -22,8 +22,8 @@ public:
 // PageCache: page-aligned blocks, recycled by size and cut from an arena of huge pages.
 //
 // Mapping fresh pages for every transfer costs ten times the transfer itself, nearly all of it in page
-// faults. Blocks that come back are therefore kept for the next request of their size, up to a bound; what
-// nobody asks for again goes back after some seconds, to the system as soon as its whole chunk is empty.
+// faults. Blocks that come back are therefore kept for the next request of about their size, up to a bound;
+// what nobody asks for again goes back after some seconds, to the system as soon as its whole chunk is empty.
 // Blocks that the arena does not have, large ones and those beyond its bound, are mappings of their own.
 // Threads:    any; a thread of its own runs while blocks are kept, to give back those that rest.
 // Units:      bytes.
@@ -36,8 +36,8 @@ public:
     static constexpr std::size_t keptBytesMax = std::size_t{64} << 20;
     static constexpr std::chrono::seconds restMax{4};
 
-    // A block of at least size bytes, zeroed or with bytes of this process; what exceeds size is zero.
-    // Null when there is no memory or size is 0.
+    // A block of at least size bytes, zeroed or with bytes of this process; what exceeds size in its last
+    // page is zero. What may lie behind that page is nobody's. Null when there is no memory or size is 0.
     void* take(void* wish, std::size_t size);
     // False when take did not hand block out.
     bool give(void* block);
@@ -63,7 +63,7 @@ public:
 private:
     struct Block
     {
-        std::size_t size;  // whole pages
+        std::size_t size;  // as blocks are cut: whole pages, perhaps some more than were asked for
         bool live;
     };
     struct Kept
