@@ -14,8 +14,10 @@
 #include <unistd.h>
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -101,6 +103,53 @@ struct Inbox : public iObject
     }
 };
 
+// A thread that sleeps until it is given something to do, and again.
+class Station
+{
+public:
+    explicit Station(std::function<void()> work) : work_(std::move(work)), thread_([this] { run(); }) {}
+    ~Station()
+    {
+        hand(State::over);
+        thread_.join();
+    }
+    Station(const Station&) = delete;
+    Station& operator=(const Station&) = delete;
+
+    void call() { hand(State::called); }
+
+private:
+    enum class State { idle, called, over };
+
+    void hand(State state)
+    {
+        {
+            const std::lock_guard<std::mutex> hold(guard_);
+            state_ = state;
+        }
+        changed_.notify_one();
+    }
+    void run()
+    {
+        for (;;) {
+            {
+                std::unique_lock<std::mutex> hold(guard_);
+                changed_.wait(hold, [this] { return state_ != State::idle; });
+                if (state_ == State::over)
+                    return;
+                state_ = State::idle;
+            }
+            work_();
+        }
+    }
+
+    const std::function<void()> work_;
+    std::mutex guard_;
+    std::condition_variable changed_;
+    State state_ = State::idle;
+    std::thread thread_;  // last: it uses the rest
+};
+
 }  // namespace
 
 Json peers::latencyFsys(const Work& work)
@@ -136,6 +185,37 @@ Json peers::latencyPread(const Work& work)
         require(::pread(file.get(), buffer.data(), work.block, static_cast<off_t>(position)) > 0, "pread");
         stopwatch.called();
         stopwatch.data();
+        claims.arrived(buffer.data());
+    });
+}
+
+Json peers::latencyRelay(const Work& work)
+{
+    const Descriptor file = openForReading(work.paths.at(0), work.mode);
+    const Buffer buffer(work.block);
+    std::uint64_t place = 0;
+    Stopwatch* watch = nullptr;
+    std::mutex guard;
+    std::condition_variable changed;
+    bool arrived = false;
+    Station completes([&] {
+        watch->data();
+        const std::lock_guard<std::mutex> hold(guard);
+        arrived = true;
+        changed.notify_one();
+    });
+    Station reads([&] {
+        require(::pread(file.get(), buffer.data(), work.block, static_cast<off_t>(place)) > 0, "pread");
+        completes.call();
+    });
+    return timeEach(work, [&](std::uint64_t position, Stopwatch& stopwatch, Claims& claims) {
+        place = position;
+        watch = &stopwatch;
+        arrived = false;
+        reads.call();
+        stopwatch.called();
+        std::unique_lock<std::mutex> hold(guard);
+        changed.wait(hold, [&] { return arrived; });
         claims.arrived(buffer.data());
     });
 }

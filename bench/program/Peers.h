@@ -14,6 +14,7 @@ Json readUring(const Work& work);  // io_uring, a plain loop
 Json readUringTuned(
     const Work& work);             // huge pages, registered file and buffers, deferred task work, batches
 Json readPread(const Work& work);  // one thread per request under way
+Json readPreadSpread(const Work& work);  // two threads, each block into other memory than the ones before
 Json readLibuv(const Work& work);
 Json readAsio(const Work& work);
 Json readPosixAio(const Work& work);
@@ -23,6 +24,7 @@ Json readFfmpeg(const Work& work);  // one thread, avio_read on the file protoco
 // One read at a time, timed: from the call to its return, to the data, and until the caller goes on.
 Json latencyFsys(const Work& work);
 Json latencyPread(const Work& work);
+Json latencyRelay(const Work& work);  // pread, between two wake-ups
 Json latencyUring(const Work& work);
 
 // Names and sizes of all files of folders.

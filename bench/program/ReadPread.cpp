@@ -25,11 +25,15 @@ struct OpenFile
     Claims claims;
 };
 
+// What one thread reads into, in turn.
+using Buffers = std::vector<std::unique_ptr<Buffer>>;
+
 // Reads until there is nothing left to claim; the number of blocks.
-std::uint64_t readLoop(OpenFile& open, unsigned char* buffer, std::size_t block)
+std::uint64_t readLoop(OpenFile& open, const Buffers& buffers, std::size_t block)
 {
     std::uint64_t done = 0;
     while (const auto position = open.claims.next()) {
+        unsigned char* const buffer = buffers[done % buffers.size()]->data();
         require(::pread(open.file.get(), buffer, block, static_cast<off_t>(*position)) > 0, "pread");
         open.claims.arrived(buffer);
         ++done;
@@ -37,16 +41,12 @@ std::uint64_t readLoop(OpenFile& open, unsigned char* buffer, std::size_t block)
     return done;
 }
 
-}  // namespace
-
-Json peers::readPread(const Work& work)
+// One thread for each of the given buffers.
+Json readByThreads(const Work& work, const std::vector<Buffers>& buffers)
 {
     std::vector<std::unique_ptr<OpenFile>> files;
-    std::vector<std::unique_ptr<Buffer>> buffers;
     for (const std::string& path : work.paths)
         files.push_back(std::make_unique<OpenFile>(path, work));
-    for (std::size_t i = 0; i < files.size() * work.depth; ++i)
-        buffers.push_back(std::make_unique<Buffer>(work.block));
     std::atomic<std::uint64_t> done{0};
     Meter meter;
     for (const auto& file : files)
@@ -57,14 +57,14 @@ Json peers::readPread(const Work& work)
             file->claims.begin();
     });
     // A failure in the rehearsal ends the program: the others would wait for ever.
-    const auto rehearse = [&](OpenFile& file, unsigned char* buffer) noexcept {
-        readLoop(file, buffer, work.block);
+    const auto rehearse = [&](OpenFile& file, const Buffers& own) noexcept {
+        readLoop(file, own, work.block);
         together.arrive_and_wait();
     };
     const auto readOn = [&](std::size_t i) {
         OpenFile& file = *files[i % files.size()];
-        rehearse(file, buffers[i]->data());
-        done += readLoop(file, buffers[i]->data(), work.block);
+        rehearse(file, buffers[i]);
+        done += readLoop(file, buffers[i], work.block);
     };
     {
         std::vector<std::jthread> threads;
@@ -78,6 +78,26 @@ Json peers::readPread(const Work& work)
         if (!file->claims.allCame())
             throw std::runtime_error("other bytes came than were asked for");
     return meter.report(done, done * work.block);
+}
+
+}  // namespace
+
+Json peers::readPread(const Work& work)
+{
+    std::vector<Buffers> buffers(work.paths.size() * work.depth);
+    for (Buffers& own : buffers)
+        own.push_back(std::make_unique<Buffer>(work.block));
+    return readByThreads(work, buffers);
+}
+
+Json peers::readPreadSpread(const Work& work)
+{
+    constexpr unsigned threads = 2;
+    constexpr unsigned finished = 40;  // reads that a file of the engine keeps
+    std::vector<Buffers> buffers(threads);
+    for (std::size_t i = 0; i < work.paths.size() * (work.depth + finished); ++i)
+        buffers[i % threads].push_back(std::make_unique<Buffer>(work.block, true));
+    return readByThreads(work, buffers);
 }
 
 Json peers::readMmap(const Work& work)

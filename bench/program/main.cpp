@@ -19,11 +19,17 @@ using PeerTable = std::map<std::string, Peer>;
 
 const std::map<std::string, PeerTable>& subjects()
 {
-    static const PeerTable reads = {
-        {"fsys", &peers::readFsys},    {"media", &peers::readMedia}, {"uring", &peers::readUring},
-        {"pread", &peers::readPread},  {"libuv", &peers::readLibuv}, {"uring-tuned", &peers::readUringTuned},
-        {"asio", &peers::readAsio},    {"mmap", &peers::readMmap},   {"posix-aio", &peers::readPosixAio},
-        {"ffmpeg", &peers::readFfmpeg}};
+    static const PeerTable reads = {{"fsys", &peers::readFsys},
+                                    {"media", &peers::readMedia},
+                                    {"uring", &peers::readUring},
+                                    {"pread", &peers::readPread},
+                                    {"pread-spread", &peers::readPreadSpread},
+                                    {"libuv", &peers::readLibuv},
+                                    {"uring-tuned", &peers::readUringTuned},
+                                    {"asio", &peers::readAsio},
+                                    {"mmap", &peers::readMmap},
+                                    {"posix-aio", &peers::readPosixAio},
+                                    {"ffmpeg", &peers::readFfmpeg}};
     static const PeerTable writes = {{"fsys", &peers::write},
                                      {"media", &peers::write},
                                      {"pwrite", &peers::write},
@@ -43,7 +49,10 @@ const std::map<std::string, PeerTable>& subjects()
         {"record", recorders},
         {"playback", players},
         {"latency",
-         {{"fsys", &peers::latencyFsys}, {"pread", &peers::latencyPread}, {"uring", &peers::latencyUring}}},
+         {{"fsys", &peers::latencyFsys},
+          {"pread", &peers::latencyPread},
+          {"relay", &peers::latencyRelay},
+          {"uring", &peers::latencyUring}}},
         {"scan",
          {{"fsys", &peers::scanFsys},
           {"names", &peers::scanNames},
