@@ -48,10 +48,13 @@ public:
     FileReader(const FileReader&) = delete;
     FileReader& operator=(const FileReader&) = delete;
 
-    void rehearse()
+    void beginRehearsal()
     {
         claims_.rehearse();
         ask(askAgain);
+    }
+    void endRehearsal()
+    {
         wait();
         exhausted_ = finished_ = false;
         refusedFull_ = refusedDeferred_ = stalls_ = 0;
@@ -178,8 +181,11 @@ Json peers::readFsys(const Work& work)
     std::vector<std::unique_ptr<FileReader>> readers;
     for (const std::string& path : work.paths)
         readers.push_back(std::make_unique<FileReader>(path, work));
+    // All at once, or they would pass the same memory on and meet the rest of it later.
     for (const auto& reader : readers)
-        reader->rehearse();
+        reader->beginRehearsal();
+    for (const auto& reader : readers)
+        reader->endRehearsal();
     Meter meter;
     meter.start();
     for (const auto& reader : readers)
