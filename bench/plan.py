@@ -117,6 +117,12 @@ def latency_rows():
                                Metric("latency_us.to_data.p50", "to data us, p50", more_is_better=False),
                                Metric("latency_us.to_caller.p50", "to caller us, p50", more_is_better=False),
                                Metric("latency_us.to_data.p99", "to data us, p99", more_is_better=False), CPU])
+    # The way from call to data, seen from the platform below the engine.
+    for cache in ("unbuffered", "warm"):
+        yield Row(name=f"4 KiB, one at a time, {cache}, from station to station",
+                  work={"block": 4 * KIB, "depth": 1, "random": True, "mode": cache}, peers=["fsys-stages", "fsys-stages-threads"],
+                  metrics=[Metric(f"stages_us.{stage}.p50", f"{stage} us, p50", more_is_better=False)
+                           for stage in ("queue", "kick", "pass", "transfer", "callback")])
 
 
 # --- playback: streams are added until a frame is late

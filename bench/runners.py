@@ -97,8 +97,8 @@ class Runner:
         files = options.pop("files", 1)
         name = peer
         if peer.startswith("fsys-") and peer != "fsys-add":
-            name = "fsys"
-            if peer == "fsys-threads":
+            name = "fsys-stages" if peer.startswith("fsys-stages") else "fsys"
+            if peer.endswith("-threads"):
                 environment["FSYS_IO_BACKEND"] = "threads"
             elif peer == "fsys-poll-1ms":
                 environment |= {"FSYS_CFG_WritePollDelay": "1"}

@@ -23,6 +23,7 @@ Json readFfmpeg(const Work& work);  // one thread, avio_read on the file protoco
 
 // One read at a time, timed: from the call to its return, to the data, and until the caller goes on.
 Json latencyFsys(const Work& work);
+Json latencyFsysStages(const Work& work);  // with the time between the engine's stations
 Json latencyPread(const Work& work);
 Json latencyRelay(const Work& work);  // pread, between two wake-ups
 Json latencyUring(const Work& work);

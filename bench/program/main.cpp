@@ -50,6 +50,7 @@ const std::map<std::string, PeerTable>& subjects()
         {"playback", players},
         {"latency",
          {{"fsys", &peers::latencyFsys},
+          {"fsys-stages", &peers::latencyFsysStages},
           {"pread", &peers::latencyPread},
           {"relay", &peers::latencyRelay},
           {"uring", &peers::latencyUring}}},
