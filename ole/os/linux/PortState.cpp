@@ -162,7 +162,11 @@ void PortState::takeFinished(TransferList& finished)
     // A thread that is the port's only one sleeps in the backend and sees nothing of these.
     if (!watching_)
         startWatching();
+    // Where no watcher could be started nobody else tells the thread in the backend of these.
+    const bool callsCollector = !watcher_.joinable() && asleep_ == 0 && collecting_;
     unlockAndWake(lock, true);
+    if (callsCollector)
+        backend_->interrupt();
 }
 
 bool PortState::somethingWaits() const { return !ready_.empty() || copies_.hasSome() || !collecting_; }
