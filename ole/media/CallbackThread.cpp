@@ -17,18 +17,30 @@ void call(MediaReader::Callback callback, MediaReadResult result)
 
 }  // namespace
 
-void CallbackThread::post(MediaReader::Callback callback, MediaReadResult result)
+bool CallbackThread::post(MediaReader::Callback callback, MediaReadResult result)
 {
     const std::lock_guard<std::mutex> hold(work_->guard);
     work_->items.push_back({std::move(callback), std::move(result)});
-    if (!thread_.joinable() && !work_->finishing) {
-        try {
-            thread_ = std::thread([work = work_] { work->run(); });
-        } catch (const std::system_error&) {
-            return;
-        }
-    }
     work_->changed.notify_one();
+    return startIfNeeded();
+}
+
+bool CallbackThread::start()
+{
+    const std::lock_guard<std::mutex> hold(work_->guard);
+    return startIfNeeded();
+}
+
+bool CallbackThread::startIfNeeded()
+{
+    if (work_->items.empty() || work_->finishing || thread_.joinable())
+        return true;
+    try {
+        thread_ = std::thread([work = work_] { work->run(); });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
 }
 
 void CallbackThread::finish()

@@ -14,7 +14,7 @@
 // Threads:    post from any; finish once.
 // Locks:      none is held while a callback runs or is destroyed.
 // Errors:     exceptions of callbacks are dropped. Without a thread (the system has none to give) callbacks
-//             wait for the next post, or for finish, which then runs them itself.
+//             wait for the next post or start, or for finish, which then runs them itself.
 class CallbackThread
 {
 public:
@@ -22,7 +22,10 @@ public:
     CallbackThread(const CallbackThread&) = delete;
     CallbackThread& operator=(const CallbackThread&) = delete;
 
-    void post(MediaReader::Callback callback, MediaReadResult result);
+    // False when the callback waits for a thread that cannot be had now.
+    bool post(MediaReader::Callback callback, MediaReadResult result);
+    // Tries to get such a thread. False: callbacks still wait for it.
+    [[nodiscard]] bool start();
     // Everything that was posted has run on return; inside a callback: runs on after it has returned. Nothing
     // is posted afterwards but by callbacks.
     void finish();
@@ -43,6 +46,8 @@ private:
 
         void run();
     };
+
+    bool startIfNeeded();  // REQUIRES: work_->guard is held
 
     const std::shared_ptr<Work> work_;
     std::thread thread_;  // guarded by work_->guard

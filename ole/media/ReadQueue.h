@@ -75,8 +75,9 @@ public:
     [[nodiscard]] std::vector<Piece> takeEndedAhead();
     // Changes with everything that a waiter may want to act on.
     [[nodiscard]] std::uint64_t generation() const;
-    // Waits until it is another than seen, or until a refused piece is due again.
-    void waitForChange(std::uint64_t seen);
+    // Waits until it is another than seen, or until a refused piece is due again, or no longer than that; 0
+    // waits for ever.
+    void waitForChange(std::uint64_t seen, std::chrono::milliseconds longest);
     void wake();
 
 private:

@@ -219,10 +219,10 @@ bool ReadQueue::await(const PendingRead& read, milliseconds stallLimit)
     return true;
 }
 
-void ReadQueue::waitForChange(std::uint64_t seen)
+void ReadQueue::waitForChange(std::uint64_t seen, milliseconds longest)
 {
     Lock lock(guard_);
-    waitForChange(lock, seen, milliseconds(0));
+    waitForChange(lock, seen, longest);
 }
 
 void ReadQueue::waitForChange(Lock& lock, std::uint64_t seen, milliseconds longest)

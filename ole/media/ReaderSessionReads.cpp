@@ -5,6 +5,7 @@
 #include "os/OS.h"
 
 #include <algorithm>
+#include <chrono>
 #include <deque>
 #include <system_error>
 #include <utility>
@@ -14,6 +15,9 @@ namespace {
 // A synchronous read goes in pieces, so that copying one overlaps with the transfer of the next.
 constexpr std::size_t pieceBytesMax = std::size_t{4} << 20;
 constexpr std::size_t piecesOutstanding = 4;
+
+// For a thread that the system did not have.
+constexpr std::chrono::milliseconds betweenTries(100);
 
 double nowMs() { return OS()->getClock()->msecsPrecise(); }
 
@@ -185,8 +189,8 @@ void MediaReader::Session::answer(PendingRead& read, MediaReadResult result)
 {
     if (read.promise)
         read.promise->set_value(std::move(result));
-    else
-        callbacks_.post(std::move(read.callback), std::move(result));
+    else if (!callbacks_.post(std::move(read.callback), std::move(result)))
+        queue_->wake();  // the worker tries again
 }
 
 bool MediaReader::Session::cancel(Ticket ticket)
@@ -242,7 +246,8 @@ void MediaReader::Session::work()
         concludeEnded();
         if (workerEnds_)
             return;
-        queue_->waitForChange(seen);
+        // Somebody may be waiting for a callback that found no thread, and may ask for nothing else.
+        queue_->waitForChange(seen, callbacks_.start() ? std::chrono::milliseconds(0) : betweenTries);
     }
 }
 

@@ -84,9 +84,10 @@ using system_faults::Call;
 using system_faults::failureOf;
 using system_faults::next;
 
+// Shared libraries have to find these first.
+#pragma GCC visibility push(default)
 extern "C" {
 
-// As the system declares them, but for what nobody outside may see.
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                    void* argument) noexcept
 {
@@ -134,3 +135,4 @@ int io_uring_submit(io_uring* ring)
 }
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -51,6 +51,23 @@ TEST_P(FaultSweepOnLinux, IsSurvivedAndTold)
         .run();
 }
 
+// And below it: threads that cannot be started, rings that cannot be built or used.
+// Scenarios of locations make neither.
+class SystemFaultSweep : public FaultSweep
+{
+};
+
+TEST_P(SystemFaultSweep, IsSurvivedAndTold)
+{
+    constexpr std::size_t share = 25;
+    Sweep(
+        GetParam(), [] { return std::make_unique<LinuxStage>(); }, share, Sweep::Level::system)
+        .run();
+}
+
+INSTANTIATE_TEST_SUITE_P(Recording, SystemFaultSweep, testing::ValuesIn(recordingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Playing, SystemFaultSweep, testing::ValuesIn(playingScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Engine, SystemFaultSweep, testing::ValuesIn(engineScenarios()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Recording, FaultSweepOnLinux, testing::ValuesIn(recordingScenarios()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Playing, FaultSweepOnLinux, testing::ValuesIn(playingScenarios()), nameOf);
 INSTANTIATE_TEST_SUITE_P(Engine, FaultSweepOnLinux, testing::ValuesIn(engineScenarios()), nameOf);

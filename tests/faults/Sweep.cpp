@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -32,15 +33,68 @@ long entriesOf(const char* folder)
 {
     return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
+
+// Helpers that the process keeps for a while, whoever asked for them first.
+bool isKept(const std::string& thread) { return thread == "page trimmer" || thread == "fsys calls"; }
+
+long threadsNow()
+{
+    long count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream file(entry.path() / "comm");
+        std::string name;
+        count += std::getline(file, name) && !isKept(name) ? 1 : 0;
+    }
+    return count;
+}
 // A thread that has been joined may be listed for a moment longer.
 long threadsNow(long atMost)
 {
-    long count = entriesOf("/proc/self/task");
+    long count = threadsNow();
     for (int tries = 0; count > atMost && tries < 1000; ++tries) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        count = entriesOf("/proc/self/task");
+        count = threadsNow();
     }
     return count;
+}
+
+long ringMappings()
+{
+    std::ifstream maps("/proc/self/maps");
+    long found = 0;
+    for (std::string line; std::getline(maps, line);)
+        found += line.find("io_uring") != std::string::npos ? 1 : 0;
+    return found;
+}
+
+// What each of the calls below the platform fails with.
+std::vector<int> errorsOf(system_faults::Call call)
+{
+    switch (call) {
+    case system_faults::Call::startThread:
+        return {EAGAIN};
+    case system_faults::Call::buildRing:
+        return {EPERM, ENOMEM, EMFILE, ENOSYS};
+    case system_faults::Call::makeSlots:
+        return {EINVAL, ENOMEM};
+    case system_faults::Call::fillSlot:
+        return {ENOMEM, EFAULT};
+    default:
+        return {EAGAIN, EPERM};
+    }
+}
+
+// Longer than a ring is patient with a kernel that is short of memory.
+constexpr unsigned manyTimes = 150;
+
+void addPointsBelow(std::vector<FaultPoint>& points, system_faults::Call call, unsigned asked)
+{
+    // Who wakes a port has no other way than the ring, and goes on trying.
+    const unsigned last = call == system_faults::Call::submit ? manyTimes : system_faults::Fault::forEver;
+    for (const int error : errorsOf(call))
+        for (unsigned first = 1; first <= asked; ++first)
+            for (const unsigned count : {1U, aFewTimes, last})
+                points.push_back({{}, {}, system_faults::Fault{call, error, first, count}});
 }
 
 bool wantsAll()
@@ -102,6 +156,11 @@ bool hasToBeTold(const FaultPoint& point, const std::array<unsigned, fake::opCou
 std::string FaultPoint::text() const
 {
     std::ostringstream text;
+    if (below) {
+        text << nameOf(below->call) << ' ' << below->first << " fails with " << below->error
+             << (below->count == 1 ? ", once" : ", " + std::to_string(below->count) + " times");
+        return text.str();
+    }
     text << nameOf(fault.op) << ' ' << fault.first << ' ' << nameOf(fault.effect);
     if (fault.effect == Effect::fail || fault.effect == Effect::shorten)
         text << " with " << errnoFromError(fault.code) << " after " << fault.bytes;
@@ -125,29 +184,36 @@ Sweep::Sweep(const Scenario& scenario)
           scenario.pace == FakeStage::Pace::driven ? shareDriven : shareOfThreads)
 {}
 
-Sweep::Sweep(const Scenario& scenario, MakeStage makeStage, std::size_t share)
-    : scenario_(scenario), makeStage_(std::move(makeStage)), share_(share)
+Sweep::Sweep(const Scenario& scenario, MakeStage makeStage, std::size_t share, Level level)
+    : scenario_(scenario), makeStage_(std::move(makeStage)), share_(share), level_(level)
 {}
 
 Sweep::Result Sweep::runOnce(const FaultPoint* point)
 {
     Result result;
-    const long threadsBefore = entriesOf("/proc/self/task");
+    const long threadsBefore = threadsNow();
     const long descriptorsBefore = entriesOf("/proc/self/fd");
+    const long ringsBefore = ringMappings();
     {
         const std::unique_ptr<Stage> owned = makeStage_();
         Stage& stage = *owned;
         stage.setBaseline(point ? &baseline_ : nullptr);
         FsysError = 1;
+        system_faults::clear();
+        if (point && point->below)
+            system_faults::plan(*point->below);
         scenario_.prepare(stage);
         stage.faults().forgetCalls();
-        if (point)
+        if (point && !point->below)
             stage.faults().add(point->fault);
         if (point && point->second)
             stage.faults().add(*point->second);
         scenario_.act(stage);
-        result.met = stage.faults().fired();
+        result.met = stage.faults().fired() + system_faults::fired();
         stage.faults().clear();
+        for (unsigned call = 0; call < system_faults::callCount; ++call)
+            result.askedBelow[call] = system_faults::asked(static_cast<system_faults::Call>(call));
+        system_faults::clear();
         for (std::size_t op = 0; op < fake::opCount; ++op) {
             result.asked.push_back(stage.faults().asked(static_cast<Op>(op)));
             result.metOf[op] = stage.faults().fired(static_cast<Op>(op));
@@ -166,6 +232,7 @@ Sweep::Result Sweep::runOnce(const FaultPoint* point)
     }
     result.threadsLeft = threadsNow(threadsBefore) - threadsBefore;
     result.descriptorsLeft = entriesOf("/proc/self/fd") - descriptorsBefore;
+    result.ringsLeft = ringMappings() - ringsBefore;
     return result;
 }
 
@@ -181,9 +248,14 @@ void Sweep::addPairs(std::vector<FaultPoint>& points)
         }
 }
 
-std::vector<FaultPoint> Sweep::points(const Result& base) const
+std::vector<FaultPoint> Sweep::allPoints(const Result& base) const
 {
     std::vector<FaultPoint> all;
+    if (level_ == Level::system) {
+        for (unsigned call = 0; call < system_faults::callCount; ++call)
+            addPointsBelow(all, static_cast<system_faults::Call>(call), base.askedBelow[call]);
+        return all;
+    }
     for (std::size_t op = 0; op < fake::opCount; ++op)
         for (Fault fault : faultsOf(static_cast<Op>(op)))
             for (fault.first = 1; fault.first <= base.asked[op]; ++fault.first) {
@@ -194,7 +266,14 @@ std::vector<FaultPoint> Sweep::points(const Result& base) const
                     all.push_back({fault, {}});
                 }
             }
-    if (wantsAll() || std::getenv("FSYS_FAULT_POINT"))
+    return all;
+}
+
+std::vector<FaultPoint> Sweep::points(const Result& base) const
+{
+    std::vector<FaultPoint> all = allPoints(base);
+    const bool hasPairs = level_ == Level::platform;
+    if (hasPairs && (wantsAll() || std::getenv("FSYS_FAULT_POINT")))
         addPairs(all);
     if (const char* const wanted = std::getenv("FSYS_FAULT_POINT")) {
         std::erase_if(all, [&](const FaultPoint& point) { return point.text() != wanted; });
@@ -231,9 +310,10 @@ void Sweep::judge(const FaultPoint& point, const Result& result, const Result& b
         complain(name, wrong);
     if (!result.leftBehind.empty())
         complain(name, "left behind: " + result.leftBehind);
-    if (result.threadsLeft > 0 || result.descriptorsLeft > 0)
-        complain(name, std::to_string(result.threadsLeft) + " threads and " +
-                           std::to_string(result.descriptorsLeft) + " descriptors more than before");
+    if (result.threadsLeft > 0 || result.descriptorsLeft > 0 || result.ringsLeft > 0)
+        complain(name, std::to_string(result.threadsLeft) + " threads, " +
+                           std::to_string(result.descriptorsLeft) + " descriptors and " +
+                           std::to_string(result.ringsLeft) + " mappings of rings more than before");
     if (result.met == 0)
         return;
     ++met_;
@@ -246,6 +326,8 @@ void Sweep::judge(const FaultPoint& point, const Result& result, const Result& b
         ++told_;
     else if (result.findings.outcome == base.findings.outcome && !hasToBeTold(point, result.metOf))
         ++withoutEffect_;
+    else if (point.below)
+        complain(name, "nobody is told; came to " + result.findings.outcome);
     else if (maySilence(point.fault) || (point.second && maySilence(*point.second)))
         ++silent_;
     else

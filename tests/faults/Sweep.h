@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FakeStage.h"
+#include "common/SystemFaults.h"
 #include "os/testing/FaultPlan.h"
 
 #include <array>
@@ -37,11 +38,12 @@ struct Scenario
 // For the names that tests are reported by.
 void PrintTo(const Scenario& scenario, std::ostream* stream);
 
-// One fault, at one place, and perhaps another one beside it.
+// One fault, at one place, and perhaps another one beside it; or one below the platform instead.
 struct FaultPoint
 {
     fake::Fault fault;
     std::optional<fake::Fault> second;
+    std::optional<system_faults::Fault> below = {};
     [[nodiscard]] std::string text() const;
 };
 
@@ -56,11 +58,15 @@ struct FaultPoint
 class Sweep
 {
 public:
+    // What fails: calls of the platform, or those that the real platform itself depends on. The latter fail
+    // from the preparation of a scenario on, which is when most threads and rings are made.
+    enum class Level { platform, system };
+
     // On the fake platform.
     explicit Sweep(const Scenario& scenario);
     // On another one. share: how many points are run unless all are wanted.
     using MakeStage = std::function<std::unique_ptr<Stage>()>;
-    Sweep(const Scenario& scenario, MakeStage makeStage, std::size_t share);
+    Sweep(const Scenario& scenario, MakeStage makeStage, std::size_t share, Level level = Level::platform);
     // Prints one line; what went wrong is reported to the test.
     void run();
 
@@ -80,11 +86,14 @@ private:
         unsigned met = 0;
         std::array<unsigned, fake::opCount> metOf{};
         std::vector<unsigned> asked;
+        std::array<unsigned, system_faults::callCount> askedBelow{};
         long threadsLeft = 0;
         long descriptorsLeft = 0;
+        long ringsLeft = 0;  // mappings of rings
     };
     Result runOnce(const FaultPoint* point);
     static void addPairs(std::vector<FaultPoint>& points);
+    [[nodiscard]] std::vector<FaultPoint> allPoints(const Result& base) const;
     [[nodiscard]] std::vector<FaultPoint> points(const Result& base) const;
     void judge(const FaultPoint& point, const Result& result, const Result& base);
     void complain(const std::string& point, const std::string& what);
@@ -94,6 +103,7 @@ private:
     const Scenario& scenario_;
     const MakeStage makeStage_;
     const std::size_t share_;
+    const Level level_;
     std::map<std::string, std::string> baseline_;
     unsigned run_ = 0;
     unsigned met_ = 0;

@@ -204,6 +204,19 @@ public:
     {
         return !shared_.fails(Op::deleteTree, path) && ForwardingFileManager::deleteTree(path);
     }
+    Path resolvePath(const Path& path) override
+    {
+        return shared_.fails(Op::resolvePath, path) ? path : ForwardingFileManager::resolvePath(path);
+    }
+    Path getUNCName(const Path& path) override
+    {
+        return shared_.fails(Op::getUNCName, path) ? Path() : ForwardingFileManager::getUNCName(path);
+    }
+    std::vector<Qz::Ptr<iDiskDrive>> listDisks(unsigned flag) override
+    {
+        return shared_.fails(Op::listDisks) ? std::vector<Qz::Ptr<iDiskDrive>>()
+                                            : ForwardingFileManager::listDisks(flag);
+    }
     void reportError(const Path& path, unsigned code) override
     {
         ++shared_.reported;
