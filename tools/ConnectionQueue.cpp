@@ -1,5 +1,6 @@
 #include "ConnectionQueue.h"
 
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -10,14 +11,18 @@ thread_local bool overload = false;
 
 ConnectionQueue::ConnectionQueue(std::function<void()> look) : look_(std::move(look))
 {
-    for (std::size_t i = 0; i < threadsMax; ++i)
-        threads_.emplace_back([this] { work(); });
+    try {
+        while (threads_.size() < threadsMax)
+            threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // Those that could be started serve; where there is none all connections are too many.
+    }
 }
 
 void ConnectionQueue::enqueue(std::function<void()> connection)
 {
     look_();
-    if (std::unique_lock guard(lock_); waiting_.size() < waitingMax) {
+    if (std::unique_lock guard(lock_); !threads_.empty() && waiting_.size() < waitingMax) {
         waiting_.push_back(std::move(connection));
         guard.unlock();
         came_.notify_one();

@@ -12,7 +12,7 @@
 // ConnectionQueue: the threads of a server, and the connections that wait for one.
 //
 // Both are bounded. A connection beyond that is worked at once on the thread that accepts, with isOverload
-// set, and is to be turned away there.
+// set, and is to be turned away there. So are all of them where the system has no thread to give.
 //
 // Threads:  enqueue, on_idle and shutdown from the accepting thread.
 class ConnectionQueue : public httplib::TaskQueue
