@@ -1,6 +1,7 @@
 #include "Sweep.h"
 
 #include "Watchdog.h"
+#include "common/HeldByProcess.h"
 #include "fsys/DiskManager.h"
 #include "fsys/FsysEntry.h"
 #include "fsys/SystemCache.h"
@@ -11,8 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -28,44 +27,6 @@ constexpr std::size_t shareDriven = 700;
 constexpr std::size_t shareOfThreads = 160;
 constexpr unsigned failuresShown = 12;
 constexpr unsigned aFewTimes = 3;
-
-long entriesOf(const char* folder)
-{
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-// Helpers that the process keeps for a while, whoever asked for them first.
-bool isKept(const std::string& thread) { return thread == "page trimmer" || thread == "fsys calls"; }
-
-long threadsNow()
-{
-    long count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream file(entry.path() / "comm");
-        std::string name;
-        count += std::getline(file, name) && !isKept(name) ? 1 : 0;
-    }
-    return count;
-}
-// A thread that has been joined may be listed for a moment longer.
-long threadsNow(long atMost)
-{
-    long count = threadsNow();
-    for (int tries = 0; count > atMost && tries < 1000; ++tries) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        count = threadsNow();
-    }
-    return count;
-}
-
-long ringMappings()
-{
-    std::ifstream maps("/proc/self/maps");
-    long found = 0;
-    for (std::string line; std::getline(maps, line);)
-        found += line.find("io_uring") != std::string::npos ? 1 : 0;
-    return found;
-}
 
 // What each of the calls below the platform fails with.
 std::vector<int> errorsOf(system_faults::Call call)
@@ -191,9 +152,9 @@ Sweep::Sweep(const Scenario& scenario, MakeStage makeStage, std::size_t share, L
 Sweep::Result Sweep::runOnce(const FaultPoint* point)
 {
     Result result;
-    const long threadsBefore = threadsNow();
-    const long descriptorsBefore = entriesOf("/proc/self/fd");
-    const long ringsBefore = ringMappings();
+    const long threadsBefore = threadsHeld();
+    const long descriptorsBefore = descriptorsHeld();
+    const long ringsBefore = ringMappingsHeld();
     {
         const std::unique_ptr<Stage> owned = makeStage_();
         Stage& stage = *owned;
@@ -230,9 +191,9 @@ Sweep::Result Sweep::runOnce(const FaultPoint* point)
         for (const std::string& line : stage.logged())
             result.logged.push_back(stage.plain(line));
     }
-    result.threadsLeft = threadsNow(threadsBefore) - threadsBefore;
-    result.descriptorsLeft = entriesOf("/proc/self/fd") - descriptorsBefore;
-    result.ringsLeft = ringMappings() - ringsBefore;
+    result.threadsLeft = threadsHeld(threadsBefore) - threadsBefore;
+    result.descriptorsLeft = descriptorsHeld() - descriptorsBefore;
+    result.ringsLeft = ringMappingsHeld() - ringsBefore;
     return result;
 }
 

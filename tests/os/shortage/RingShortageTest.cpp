@@ -1,6 +1,7 @@
 // Rings that are refused, or fail half-way: the port then works on the pool, or without what was refused, and
 // nothing of the ring is left behind.
 
+#include "common/HeldByProcess.h"
 #include "common/SystemFaults.h"
 #include "common/TemporaryFolder.h"
 #include "os/CompletionRecorder.h"
@@ -20,7 +21,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <linux/io_uring.h>
@@ -36,28 +36,13 @@ using system_faults::Call;
 using system_faults::Scope;
 
 constexpr std::size_t piece = std::size_t{64} * 1024;
-constexpr std::size_t pieces = 4 * RingMemory::usesBefore;  // the slots are used as well
-
-long entriesOf(const char* folder)
-{
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-// Mappings of rings, of this process.
-unsigned ringMappings()
-{
-    std::ifstream maps("/proc/self/maps");
-    unsigned found = 0;
-    for (std::string line; std::getline(maps, line);)
-        found += line.find("io_uring") != std::string::npos ? 1U : 0U;
-    return found;
-}
+constexpr std::size_t pieces = std::size_t{4} * RingMemory::usesBefore;  // the slots are used as well
 
 struct Held
 {
-    long descriptors = entriesOf("/proc/self/fd");
-    long threads = entriesOf("/proc/self/task");
-    unsigned mappings = ringMappings();
+    long descriptors = descriptorsHeld();
+    long threads = threadsHeld();
+    long mappings = ringMappingsHeld();
 };
 
 class NoSink : public TransferSink
@@ -103,12 +88,11 @@ protected:
         return read;
     }
 
-    void expectNothingLeft(const Held& before)
+    static void expectNothingLeft(const Held& before)
     {
-        const Held after;
-        EXPECT_EQ(after.descriptors, before.descriptors);
-        EXPECT_LE(after.threads, before.threads);
-        EXPECT_EQ(after.mappings, before.mappings);
+        EXPECT_EQ(descriptorsHeld(), before.descriptors);
+        EXPECT_LE(threadsHeld(before.threads), before.threads);
+        EXPECT_EQ(ringMappingsHeld(), before.mappings);
     }
 
     static bool isRing()
