@@ -4,6 +4,7 @@
 #include "fsys/EngineConfig.h"
 #include "fsys/FsysFlags.h"
 #include "fsys/FsysPoll.h"
+#include "fsys/LinkCheck.h"
 #include "fsys/LinkTargets.h"
 #include "fsys/MaterialLink.h"
 #include "os/Codes.h"
@@ -13,6 +14,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <optional>
 
 namespace {
 
@@ -121,7 +123,10 @@ unsigned FsysFile::checkThatIsNoLink() const
         OS()->getFileManager()->open(path_, os::accessRead, os::creationOpen, os::shareAll, os::modePlain);
     if (!isUsable(reader))
         return lastError();
-    return MaterialLink::isLink(*reader) ? errorFromErrno(EAGAIN) : 1;
+    const std::optional<bool> isLink = tellLink(*reader);
+    if (!isLink)
+        return lastError();
+    return *isLink ? errorFromErrno(EAGAIN) : 1;
 }
 
 unsigned FsysFile::LowLevelClose()

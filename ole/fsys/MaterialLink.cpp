@@ -7,6 +7,7 @@
 #include "Qz/Assert.h"
 #include "Qz/Ptr.h"
 #include "Qz/Utf8.h"
+#include "fsys/LinkCheck.h"
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
@@ -92,13 +93,7 @@ bool MaterialLink::isLink(const LightweightString<wchar_t>& osPath)
     return readStart(osPath, contents) && !startsWithRiff(contents);
 }
 
-bool MaterialLink::isLink(iFile& file)
-{
-    Buffer<linkFileSize> contents{};
-    FILE_INFO info;
-    return file.getInfo(&info) && info.size == linkFileSize &&
-           file.read(0, contents.data(), contents.size(), nullptr) && !startsWithRiff(contents);
-}
+bool MaterialLink::isLink(iFile& file) { return tellLink(file).value_or(false); }
 
 bool MaterialLink::createLink(const LightweightString<wchar_t>& osPath,
                               const LightweightString<wchar_t>& target, bool overwrite)

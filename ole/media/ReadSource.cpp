@@ -3,6 +3,7 @@
 #include "Qz/Utf8.h"
 #include "fsys/FsysEntry.h"
 #include "fsys/FsysFile.h"
+#include "fsys/LinkCheck.h"
 #include "fsys/MaterialLink.h"
 #include "media/MediaWriter.h"
 #include "os/Codes.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 namespace {
 
@@ -127,9 +129,12 @@ MediaError ReadSource::open()
     if (!handle_->getInfo(&atOpen_))
         return failure(lastError());
     // The size of the path could not be told a moment ago: what is open now is the link, not the media.
-    if (!isLink_ && MaterialLink::isLink(*handle_))
-        return error(MediaErrorCode::offline);
-    return {};
+    if (isLink_)
+        return {};
+    const std::optional<bool> isLinkItself = tellLink(*handle_);
+    if (!isLinkItself)
+        return failure(lastError());
+    return *isLinkItself ? error(MediaErrorCode::offline) : MediaError();
 }
 
 MediaError ReadSource::openingError(unsigned platformCode) const

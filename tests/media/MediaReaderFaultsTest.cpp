@@ -108,6 +108,20 @@ TEST_F(MediaReaderFaults, ALinkWhoseSizeCannotBeToldIsNotPlayedAsMedia)
     EXPECT_EQ(bytes.substr(10, 100), readOf(reader, 10, 100).bytes);
 }
 
+TEST_F(MediaReaderFaults, ALinkThatCanNeitherBeMeasuredNorReadIsNotPlayedAsMedia)
+{
+    const std::string bytes = addPattern(L"/store/far.mov", 100'000);
+    os.files().addFile(L"/m/link.mov", linkTo("/store/far.mov"));
+    os.faults().failAlways(Op::getFileSize, errorFromErrno(ETIMEDOUT));
+    os.faults().failAlways(Op::read, errorFromErrno(ETIMEDOUT));
+    EXPECT_FALSE(MediaReader(L"/m/link.mov").isOpen());
+    FsysFile* file = nullptr;
+    EXPECT_NE(FsysOpen(&file, L"/m/link.mov", 65'536, fsysOpenRead, nullptr), 1U);
+    os.faults().clear();
+    MediaReader reader(L"/m/link.mov");
+    EXPECT_EQ(bytes.substr(10, 100), readOf(reader, 10, 100).bytes);
+}
+
 TEST_F(MediaReaderFaults, ATransferThatThePlatformDoesNotTakeFails)
 {
     const std::string bytes = addPattern(L"/m/a.mov", 100'000);
