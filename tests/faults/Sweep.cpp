@@ -26,6 +26,7 @@ constexpr double virtualLimitMs = 120'000;
 constexpr std::size_t shareDriven = 700;
 constexpr std::size_t shareOfThreads = 160;
 constexpr unsigned failuresShown = 12;
+constexpr unsigned busyTriesMax = 5;
 constexpr unsigned aFewTimes = 3;
 
 // What each of the calls below the platform fails with.
@@ -158,6 +159,7 @@ Sweep::Result Sweep::runOnce(const FaultPoint* point)
     {
         const std::unique_ptr<Stage> owned = makeStage_();
         Stage& stage = *owned;
+        result.isRealTime = !stage.isRepeatable();
         stage.setBaseline(point ? &baseline_ : nullptr);
         FsysError = 1;
         system_faults::clear();
@@ -301,7 +303,10 @@ void Sweep::run()
     Watchdog watchdog(watchdogSeconds);
     watchdog.at(std::string(scenario_.name) + " without a fault");
     static_cast<void>(runOnce(nullptr));  // what is made once per process is there from here on
-    const Result base = runOnce(nullptr);
+    Result base = runOnce(nullptr);
+    // Where real time counts, a machine that is busy with other things may be too slow for a limit.
+    for (unsigned tries = 0; base.isRealTime && !base.findings.told.empty() && tries < busyTriesMax; ++tries)
+        base = runOnce(nullptr);
     for (const std::string& wrong : base.findings.wrong)
         complain("without a fault", wrong);
     for (const std::string& told : base.findings.told)

@@ -82,6 +82,7 @@ private:
         std::vector<std::string> logged;
         std::size_t reported = 0;  // to the platform
         std::string leftBehind;
+        bool isRealTime = false;
         unsigned error = 0;  // FsysGetLastError
         unsigned met = 0;
         std::array<unsigned, fake::opCount> metOf{};
