@@ -223,6 +223,16 @@ TEST_F(LinkDeletion, TakesTheTargetAlsoWhenTheLinkItselfStays)
     EXPECT_TRUE(os.files().has(link));
 }
 
+TEST_F(LinkDeletion, ATargetThatCannotBeDeletedIsLoggedAndTheLinkGoes)
+{
+    const Path target = L"/m/Material/media/a.mov";
+    os.faults().failOn(target, fake::Op::deleteTree, errorFromErrno(EACCES));
+    EXPECT_FALSE(targetGoes(target));
+    ASSERT_EQ(captured.logged().size(), 1u);
+    EXPECT_NE(captured.logged()[0].find("/media/a.mov could not be deleted: Permission denied"),
+              std::string::npos);
+}
+
 TEST_F(LinkDeletion, OfRealMediaOfLinkSizeTakesNothingElse)
 {
     os.files().addFile(osPath(info(clip, L".mov")), "RIFF" + std::string(508, '\0'));

@@ -448,6 +448,17 @@ TEST_F(MediaLocationFiles, TheOnlyUnmountedDriveComesBackAndItsListIsDeleted)
     EXPECT_TRUE(DiskManager::isVolumeAutoDiscovered(DriveId('1')));
 }
 
+TEST_F(MediaLocationFiles, AListOfUnmountedDrivesThatCannotBeDeletedIsLogged)
+{
+    addDisk(L"/a/");
+    os.files().addFile(unmountedFile, "/a/\n");
+    os.faults().failOn(unmountedFile, fake::Op::deleteFile, errorFromErrno(EACCES));
+    EXPECT_TRUE(DiskManager::addMediaLocation(L"/a/"));
+    EXPECT_TRUE(os.files().has(unmountedFile));
+    EXPECT_NE(log.logged.find("UnmountedDrives.txt could not be deleted: Permission denied"),
+              std::string::npos);
+}
+
 TEST_F(MediaLocationFiles, OneOfTwoUnmountedDrivesComesBackAndTheOtherStaysListed)
 {
     addDisk(L"/a/");

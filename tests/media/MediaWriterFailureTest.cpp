@@ -492,6 +492,33 @@ TEST_F(MediaWriterFailure, WhereBlocksAreBufferedTooOnlyWhatWasFlushedIsSureToHa
     EXPECT_TRUE(contents(file) == all.substr(0, 300'000));
 }
 
+// There each block is written at its place, by the thread that fills it.
+TEST_F(MediaWriterFailure, WhereWritesAreGatheredEachBlockMayFail)
+{
+    os.files().addDrive({.type = iDiskDrive::eNetwork, .root = L"/net/"});
+    FsysSetNetworkWriteCaching(true);
+    const std::string bytes = noise(3 * mebibyte + 99);
+    for (unsigned block = 1; block <= 4; ++block) {
+        SCOPED_TRACE(block);
+        MediaWriter writer(L"/net/shot.mov", options());
+        os.faults().failNth(Op::write, block, errorFromErrno(EIO));
+        for (std::size_t at = 0; at < bytes.size(); at += mebibyte)
+            writer.write(bytesOf(bytes).subspan(at, std::min(mebibyte, bytes.size() - at)));
+        const MediaRecording recorded = writer.finish();
+        EXPECT_FALSE(recorded.complete);
+        EXPECT_EQ(MediaErrorCode::writeFailed, recorded.error.code);
+        EXPECT_EQ(errorFromErrno(EIO), recorded.error.platformCode);
+        EXPECT_EQ((block - 1) * mebibyte, recorded.bytes);
+        EXPECT_EQ(block, os.faults().fired(Op::write));
+        EXPECT_EQ(recorded.path.empty(), recorded.bytes == 0);
+        if (!recorded.path.empty()) {
+            EXPECT_TRUE(contents(recorded.path) == bytes.substr(0, recorded.bytes));
+            os.files().remove(recorded.path);
+        }
+        os.faults().clear();
+    }
+}
+
 TEST_F(MediaWriterFailure, AFlushThatFindsNoRoomAndNoBlockBeforeRemovesNothing)
 {
     os.faults().failAlways(Op::completion, full);

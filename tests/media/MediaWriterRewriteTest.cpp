@@ -140,6 +140,41 @@ TEST_F(MediaWriterRewrite, ADiskThatRefusesLeavesTheRecordingUnfinished)
     EXPECT_TRUE(contents(partial) == all_);
 }
 
+// The transfers have to end before; where one of them fails the recording has failed.
+TEST_F(MediaWriterRewrite, ATransferThatFailsMeanwhileRefusesIt)
+{
+    os.transfers().setAutomatic(false);
+    begin(5 * mebibyte / 2);
+    ASSERT_TRUE(os.transfers().awaitHeld(2));
+    std::thread disk([this] {
+        EXPECT_TRUE(os.transfers().failNext(errorFromErrno(EIO)));
+        EXPECT_TRUE(os.transfers().completeNext());
+    });
+    EXPECT_FALSE(writer_->rewrite(0, bytesOf("head")));
+    disk.join();
+    os.transfers().setAutomatic(true);
+    EXPECT_EQ(MediaErrorCode::writeFailed, writer_->error().code);
+    EXPECT_EQ(0U, os.log().count(fake::Op::write));
+    const MediaRecording recorded = writer_->finish();
+    EXPECT_FALSE(recorded.complete);
+    EXPECT_EQ(0U, recorded.bytes);
+}
+
+TEST_F(MediaWriterRewrite, AFileThatCannotBeReadAgainHasNoHashAndIsWhole)
+{
+    all_ = noise(10'000, 7);
+    MediaWriterOptions hashing = options();
+    hashing.hash = true;
+    writer_.emplace(path, hashing);
+    ASSERT_TRUE(writer_->write(bytesOf(all_)));
+    ASSERT_TRUE(rewrite(0, "head"));
+    os.faults().failAlways(fake::Op::read, errorFromErrno(EIO));
+    const MediaRecording recorded = writer_->finish();
+    EXPECT_TRUE(recorded.complete) << recorded.error.text;
+    EXPECT_EQ("", recorded.hash);
+    EXPECT_TRUE(contents(path) == all_);
+}
+
 TEST(MediaWriterRewriteOnLinux, BytesAndHashAreThoseOfTheFile)
 {
     FsysInitialize();
