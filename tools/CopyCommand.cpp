@@ -13,7 +13,7 @@
 
 namespace {
 
-struct Arguments
+struct CopyArguments
 {
     std::string cookie;
     std::string location;
@@ -52,7 +52,7 @@ MediaRecording copyFile(const ListedMedia& media, DriveId location, bool verify)
     return copy;
 }
 
-void tell(const Options& options, const Arguments& given, const ListedMedia& media,
+void tell(const Options& options, const CopyArguments& given, const ListedMedia& media,
           const MediaRecording& copy)
 {
     const std::string from = utf8(media.file.getLinkFileName());
@@ -86,7 +86,7 @@ void leaveOutWhatIsThere(std::vector<ListedMedia>& media, DriveId location)
     std::erase_if(media, [&](const ListedMedia& file) { return !taken.insert(nameOf(file)).second; });
 }
 
-int copyClip(const Options& options, const Arguments& given)
+int copyClip(const Options& options, const CopyArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -121,7 +121,7 @@ int copyClip(const Options& options, const Arguments& given)
 
 void addCopyCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<CopyArguments>();
     CLI::App* const command = app.add_subcommand(
         "copy", "Copies all media of a clip, its channels and proxies, to another location");
     command->add_option("COOKIE", given->cookie, "clip")->required();

@@ -14,7 +14,7 @@ constexpr double megabytesMax = 1e15;
 constexpr std::uint64_t rateMax = std::uint64_t{1} << 60;
 constexpr std::int32_t withoutLimit = std::numeric_limits<std::int32_t>::max();
 
-struct Arguments
+struct DriveArguments
 {
     double megabytes = 0;
     std::string match = "best-fit";
@@ -27,7 +27,7 @@ struct Arguments
     bool fallback = false;
 };
 
-int bestDrive(const Options& options, const Arguments& given)
+int bestDrive(const Options& options, const DriveArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -51,7 +51,7 @@ int bestDrive(const Options& options, const Arguments& given)
     return exitDone;
 }
 
-int timeLeft(const Options& options, const Arguments& given)
+int timeLeft(const Options& options, const DriveArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -88,7 +88,7 @@ bool isKept()
     return false;
 }
 
-int answerTask(const Options& options, const Arguments& given, const DriveId& drive)
+int answerTask(const Options& options, const DriveArguments& given, const DriveId& drive)
 {
     if (options.json)
         answerJson({{"task", given.task},
@@ -100,7 +100,7 @@ int answerTask(const Options& options, const Arguments& given, const DriveId& dr
     return exitDone;
 }
 
-int taskDrive(const Options& options, const Arguments& given)
+int taskDrive(const Options& options, const DriveArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -123,7 +123,7 @@ int taskDrive(const Options& options, const Arguments& given)
 
 void addBest(CLI::App& drive, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<DriveArguments>();
     CLI::App* const best = drive.add_subcommand("best", "The location that should take new media");
     best->add_option("--mb", given->megabytes, "room that is needed, in units of 2^20 bytes")
         ->required()
@@ -143,7 +143,7 @@ void addBest(CLI::App& drive, const Options& options, Action& action)
 
 void addTime(CLI::App& drive, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<DriveArguments>();
     CLI::App* const time = drive.add_subcommand("time", "How long two streams may be recorded to a location");
     time->add_option("ID", given->drive, "id or path")->required();
     const auto addRate = [&](const char* name, std::uint64_t& rate, const char* meaning) {
@@ -167,7 +167,7 @@ void addTime(CLI::App& drive, const Options& options, Action& action)
 
 void addTask(CLI::App& drive, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<DriveArguments>();
     CLI::App* const task =
         drive.add_subcommand("task", "Asks for, or chooses, the location of a kind of task");
     task->add_option("TASK", given->task, "name of the task, as in Record")->required();

@@ -10,7 +10,7 @@
 
 namespace {
 
-struct Arguments
+struct FindArguments
 {
     std::string cookie;
     std::string level = "high";
@@ -27,7 +27,7 @@ bool isProxyOf(const Cookie& cookie, const LightweightString<wchar_t>& file)
     return false;
 }
 
-int find(const Options& options, const Arguments& given)
+int find(const Options& options, const FindArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -58,7 +58,7 @@ int find(const Options& options, const Arguments& given)
 
 void addFindCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<FindArguments>();
     CLI::App* const command = app.add_subcommand("find", "The file to open for a clip, its kind and status");
     command->add_option("COOKIE", given->cookie, "clip")->required();
     command->add_option("--level", given->level, "which file is wanted")

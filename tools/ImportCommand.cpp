@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Arguments
+struct ImportArguments
 {
     std::vector<std::string> files;
     std::string location;
@@ -23,7 +23,7 @@ struct Arguments
 };
 
 // The cookie that a file is filed under; invalid after a message.
-Cookie cookieFor(const Arguments& given)
+Cookie cookieFor(const ImportArguments& given)
 {
     if (given.proxyOf.empty())
         return given.sound ? convertCookie(Cookie::makeNew(CookieTypeSound), CookieTypeSound, 1)
@@ -35,7 +35,7 @@ Cookie cookieFor(const Arguments& given)
     return {};
 }
 
-int import(const Options& options, const Arguments& given)
+int import(const Options& options, const ImportArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -84,7 +84,7 @@ int import(const Options& options, const Arguments& given)
 
 void addImportCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ImportArguments>();
     CLI::App* const command = app.add_subcommand(
         "import", "Copies (or links) media to a location under a new cookie, and prints the cookie");
     command->add_option("FILE", given->files, "media files")->required();

@@ -12,7 +12,7 @@
 
 namespace {
 
-struct Arguments
+struct LinkArguments
 {
     std::string cookie;
     std::string location;
@@ -37,7 +37,7 @@ std::string whyItStays(const std::optional<TestedFile>& high, const std::vector<
     return "";
 }
 
-int moveLink(const Options& options, const Arguments& given)
+int moveLink(const Options& options, const LinkArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -95,7 +95,7 @@ Json pathsOf(const std::vector<TestedFile>& files)
     return paths;
 }
 
-int realise(const Options& options, const Arguments& given)
+int realise(const Options& options, const LinkArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -140,7 +140,7 @@ int realise(const Options& options, const Arguments& given)
 
 const CLI::App* addRealise(CLI::App& link, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<LinkArguments>();
     CLI::App* const command =
         link.add_subcommand("realise", "Writes the link files of a clip where none stand");
     command->add_option("COOKIE", given->cookie, "clip")->required();
@@ -162,7 +162,7 @@ const CLI::App* addRealise(CLI::App& link, const Options& options, Action& actio
 
 void addLinkCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<LinkArguments>();
     CLI::App* const link = app.add_subcommand("link", "Moves an offline clip's link to another location");
     link->require_subcommand(0, 1);
     CLI::Option* const cookie = link->add_option("COOKIE", given->cookie, "clip");

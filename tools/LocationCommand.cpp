@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Arguments
+struct LocationArguments
 {
     std::string place;
     std::string name;
@@ -32,7 +32,7 @@ Json describe(const MediaDrive& drive)
             {"slow", info.slow}};
 }
 
-int addLocation(const Options& options, const Arguments& given)
+int addLocation(const Options& options, const LocationArguments& given)
 {
     const std::filesystem::path path = std::filesystem::absolute(given.place).lexically_normal();
     // Locations and names are kept as lines of text.
@@ -106,7 +106,7 @@ int listLocations(const Options& options)
     return exitDone;
 }
 
-int removeLocation(const Options& options, const Arguments& given)
+int removeLocation(const Options& options, const LocationArguments& given)
 {
     const Session session(options);
     if (session.failed() || !session.canPersist())
@@ -136,7 +136,7 @@ static const std::string locationKeys =
 
 void addLocationCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<LocationArguments>();
     CLI::App* const location = app.add_subcommand("location", "Media locations: the folders that hold media");
     location->require_subcommand(1);
     addGroupHelp(*location, "fsys location add /media/raid --name \"Raid A\"");

@@ -11,13 +11,13 @@
 
 namespace {
 
-struct Arguments
+struct UpkeepArguments
 {
     std::string place;
     std::string name;
 };
 
-int renameLocation(const Options& options, const Arguments& given)
+int renameLocation(const Options& options, const UpkeepArguments& given)
 {
     if (given.name.empty() || given.name.find_first_of("\r\n") != std::string::npos) {
         complain("the name of a location must not be empty, and must not contain line breaks");
@@ -58,7 +58,7 @@ Json missingFolders(const DriveId& location)
     return missing;
 }
 
-int prepareLocation(const Options& options, const Arguments& given)
+int prepareLocation(const Options& options, const UpkeepArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -163,7 +163,7 @@ int unmount(const Options& options)
 
 void addRename(CLI::App& location, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<UpkeepArguments>();
     CLI::App* const rename = location.add_subcommand("rename", "Gives a media location another name");
     rename->add_option("ID", given->place, "id or path")->required();
     rename->add_option("NAME", given->name, "what people call it")->required();
@@ -179,7 +179,7 @@ void addRename(CLI::App& location, const Options& options, Action& action)
 
 void addPrepare(CLI::App& location, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<UpkeepArguments>();
     CLI::App* const prepare =
         location.add_subcommand("prepare", "Makes the folders Material and Sound where they are missing");
     prepare->add_option("ID", given->place, "id or path")->required();

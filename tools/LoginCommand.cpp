@@ -19,7 +19,7 @@ namespace {
 constexpr char folderPreference[] = "Login Folder";
 constexpr double secondsMax = 1e9;
 
-struct Arguments
+struct LoginArguments
 {
     std::string folder;
     double seconds = 0;
@@ -94,7 +94,7 @@ void waitForTheEnd(double seconds)
     Interruption::sleepUntil(end);
 }
 
-int login(const Options& options, const Arguments& given)
+int login(const Options& options, const LoginArguments& given)
 {
     const LightweightString<wchar_t> folder =
         wide(std::filesystem::absolute(given.folder).lexically_normal().string());
@@ -155,7 +155,7 @@ int logout(const Options& options, const std::string& given)
 
 void addLoginCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<LoginArguments>();
     CLI::App* const command = app.add_subcommand("login", "Holds this machine's login to a shared folder");
     command->add_option("FOLDER", given->folder, "shared folder")->required();
     command->add_option("--seconds", given->seconds, "how long (default: until it is interrupted)")

@@ -8,7 +8,7 @@
 
 namespace {
 
-struct Arguments
+struct PlayArguments
 {
     std::vector<std::string> cookies;
     double framesPerSecond = 25;
@@ -19,14 +19,14 @@ struct Arguments
     std::string plot;
 };
 
-std::string titleOf(const Arguments& given)
+std::string titleOf(const PlayArguments& given)
 {
     return "fsys play: " + std::to_string(given.cookies.size()) + " x " +
            CLI::detail::to_string(given.framesPerSecond) + " frames/s of " +
            readableBytes(static_cast<double>(given.frameBytes));
 }
 
-int playStreams(const Options& options, const Arguments& given)
+int playStreams(const Options& options, const PlayArguments& given)
 {
     const Plot plot(given.plot);
     if (const int status = plot.prepare(); status != exitDone)
@@ -71,7 +71,7 @@ int playStreams(const Options& options, const Arguments& given)
 
 void addPlayCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<PlayArguments>();
     CLI::App* const command =
         app.add_subcommand("play", "Reads frames of clips against their deadlines, as a player does");
     command->add_option("COOKIE", given->cookies, "clips, one stream each")->required();

@@ -17,7 +17,7 @@
 
 namespace {
 
-struct Arguments
+struct ProxyArguments
 {
     std::string cookie;
     std::string file;  // to add or remove; the old name
@@ -29,7 +29,7 @@ struct Arguments
 };
 
 // Where the clip's media is, unless the command line says otherwise. None, after a message.
-std::optional<DriveId> locationFor(const Arguments& given, const Cookie& cookie)
+std::optional<DriveId> locationFor(const ProxyArguments& given, const Cookie& cookie)
 {
     if (!given.location.empty())
         return knownLocation(given.location);
@@ -37,7 +37,7 @@ std::optional<DriveId> locationFor(const Arguments& given, const Cookie& cookie)
     return location.valid() ? std::optional(location) : std::nullopt;
 }
 
-int addProxy(const Options& options, const Arguments& given)
+int addProxy(const Options& options, const ProxyArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -94,7 +94,7 @@ bool moveCompanions(const LightweightString<wchar_t>& from, const LightweightStr
     return all;
 }
 
-int renameProxy(const Options& options, const Arguments& given)
+int renameProxy(const Options& options, const ProxyArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -132,7 +132,7 @@ int renameProxy(const Options& options, const Arguments& given)
     return complete ? exitDone : exitFailed;
 }
 
-int removeProxy(const Options& options, const Arguments& given)
+int removeProxy(const Options& options, const ProxyArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -156,7 +156,7 @@ int removeProxy(const Options& options, const Arguments& given)
 
 void addAdd(CLI::App& proxy, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ProxyArguments>();
     CLI::App* const add = proxy.add_subcommand("add", "Copies (or links) a file as a proxy of a clip");
     add->add_option("COOKIE", given->cookie, "clip")->required();
     add->add_option("FILE", given->file, "media file")->required();
@@ -182,7 +182,7 @@ void addAdd(CLI::App& proxy, const Options& options, Action& action)
 
 void addRename(CLI::App& proxy, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ProxyArguments>();
     CLI::App* const rename = proxy.add_subcommand("rename", "Gives a proxy another name on disk");
     rename->add_option("COOKIE", given->cookie, "clip")->required();
     rename->add_option("OLD", given->file, "name or path of the proxy")->required();
@@ -202,7 +202,7 @@ void addRename(CLI::App& proxy, const Options& options, Action& action)
 
 void addRm(CLI::App& proxy, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ProxyArguments>();
     CLI::App* const remove = proxy.add_subcommand("rm", "Deletes a proxy and its companions from disk");
     remove->add_option("COOKIE", given->cookie, "clip")->required();
     remove->add_option("FILE", given->file, "name or path of the proxy")->required();

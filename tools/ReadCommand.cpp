@@ -16,7 +16,7 @@
 
 namespace {
 
-struct Arguments
+struct ReadArguments
 {
     std::string source;
     std::uint64_t block = 1U << 20;
@@ -25,7 +25,7 @@ struct Arguments
     std::string plot;
 };
 
-std::string titleOf(const Arguments& given, const Source& source)
+std::string titleOf(const ReadArguments& given, const Source& source)
 {
     return "fsys read: " + std::filesystem::path(given.source).filename().string() + ", " +
            readableBytes(static_cast<double>(source.size)) + " in pieces of " +
@@ -39,7 +39,7 @@ std::uint64_t percentile(const std::vector<std::uint64_t>& sorted, double part)
     return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1))];
 }
 
-int read(const Options& options, const Arguments& given)
+int read(const Options& options, const ReadArguments& given)
 {
     const Plot plot(given.plot);
     if (const int status = plot.prepare(); status != exitDone)
@@ -87,7 +87,7 @@ int read(const Options& options, const Arguments& given)
 
 void addReadCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ReadArguments>();
     CLI::App* const command =
         app.add_subcommand("read", "Reads all of a clip or file and tells how fast that went");
     command->add_option("COOKIE|PATH", given->source, "clip or file")->required();

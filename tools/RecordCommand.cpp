@@ -16,7 +16,7 @@ namespace {
 
 constexpr double defaultFramesPerSecond = 25;
 
-struct Arguments
+struct RecordArguments
 {
     std::string location;
     std::string task;
@@ -51,7 +51,7 @@ double bytesWanted(const RecordingPlan& plan)
 }
 
 // Where to record; none after a message.
-std::optional<DriveId> chooseLocation(const Arguments& given, const RecordingPlan& plan)
+std::optional<DriveId> chooseLocation(const RecordArguments& given, const RecordingPlan& plan)
 {
     if (given.location != "auto")
         return knownLocation(given.location);
@@ -66,16 +66,16 @@ std::optional<DriveId> chooseLocation(const Arguments& given, const RecordingPla
     return std::nullopt;
 }
 
-struct Verdict
+struct StreamVerdict
 {
     bool asked = false;
     bool good = true;
     std::string text;  // why it is not good
 };
 
-Verdict verify(const RecordedStream& stream)
+StreamVerdict verify(const RecordedStream& stream)
 {
-    Verdict verdict;
+    StreamVerdict verdict;
     verdict.asked = true;
     Progress progress("verify", stream.recording.bytes, Progress::Unit::bytes);
     const MediaHash read = hashOfMedia(stream.recording.path, progress);
@@ -87,7 +87,7 @@ Verdict verify(const RecordedStream& stream)
     return verdict;
 }
 
-Json toJson(const RecordedStream& stream, const Verdict& verdict)
+Json toJson(const RecordedStream& stream, const StreamVerdict& verdict)
 {
     return {{"cookie", stream.cookie.asString(true).str()},
             {"file", utf8(stream.recording.path)},
@@ -102,7 +102,7 @@ Json toJson(const RecordedStream& stream, const Verdict& verdict)
             {"error", stream.recording.error ? Json(stream.recording.error.text) : Json(nullptr)}};
 }
 
-void tell(const RecordedStream& stream, const Verdict& verdict)
+void tell(const RecordedStream& stream, const StreamVerdict& verdict)
 {
     const char* const verified = !verdict.asked ? "" : verdict.good ? ", verified" : ", DIFFERS";
     answer("%s  %s, %llu frames, %llu late, worst write %.1f ms%s\n  %s  %s\n",
@@ -112,7 +112,8 @@ void tell(const RecordedStream& stream, const Verdict& verdict)
            stream.worstWriteMs, verified, stream.recording.hash.c_str(), utf8(stream.recording.path).c_str());
 }
 
-int report(const Options& options, const Arguments& given, DriveId location, const RecordingResult& result)
+int report(const Options& options, const RecordArguments& given, DriveId location,
+           const RecordingResult& result)
 {
     HashBook book(projectSpaceOf(options));
     ExitStatus status = exitDone;
@@ -121,7 +122,7 @@ int report(const Options& options, const Arguments& given, DriveId location, con
     std::uint64_t late = 0;
     double worst = 0;
     for (const RecordedStream& stream : result.streams) {
-        Verdict verdict;
+        StreamVerdict verdict;
         if (stream.recording.complete) {
             book.add(stream.recording.path, stream.recording.bytes, stream.recording.hash);
             if (given.verify)
@@ -159,7 +160,7 @@ int report(const Options& options, const Arguments& given, DriveId location, con
     return status;
 }
 
-int recordStreams(const Options& options, const Arguments& given)
+int recordStreams(const Options& options, const RecordArguments& given)
 {
     const Plot plot(given.plot);
     if (const int status = plot.prepare(); status != exitDone)
@@ -193,7 +194,7 @@ int recordStreams(const Options& options, const Arguments& given)
 
 void addRecordCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<RecordArguments>();
     CLI::App* const command = app.add_subcommand(
         "record", "Records paced streams, each a new clip, as an application does, and tells how that went");
     command->add_option("--location", given->location, "id or path; auto: the one with the most room")

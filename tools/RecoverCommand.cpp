@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Arguments
+struct RecoverArguments
 {
     std::vector<std::string> files;
     std::string location;
@@ -60,7 +60,7 @@ struct Outcome
     MediaError error;
 };
 
-Outcome treat(const UnfinishedRecording& recording, const Arguments& given)
+Outcome treat(const UnfinishedRecording& recording, const RecoverArguments& given)
 {
     if (given.finish)
         return {"finished", finishUnfinished(recording)};
@@ -94,7 +94,7 @@ void tell(const Options& options, const UnfinishedRecording& recording, const Ou
         complain("%s", outcome.error.text.c_str());
 }
 
-int recover(const Options& options, const Arguments& given)
+int recover(const Options& options, const RecoverArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -125,7 +125,7 @@ int recover(const Options& options, const Arguments& given)
 
 void addRecoverCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<RecoverArguments>();
     CLI::App* const command =
         app.add_subcommand("recover", "Unfinished recordings: lists them, finishes them, removes them");
     command->add_option("FILE", given->files, "recordings to treat: path or name, with or without .partial");

@@ -9,7 +9,7 @@
 
 namespace {
 
-struct Arguments
+struct RmArguments
 {
     std::string cookie;
     bool high = false;
@@ -18,7 +18,7 @@ struct Arguments
     bool dryRun = false;
 };
 
-unsigned maskOf(const Arguments& given)
+unsigned maskOf(const RmArguments& given)
 {
     if (given.all)
         return eHighRes | eProxy;
@@ -66,7 +66,7 @@ void removeFiles(const ClipChannel& channel, const Choice& choice)
     }
 }
 
-int removeMedia(const Options& options, const Arguments& given)
+int removeMedia(const Options& options, const RmArguments& given)
 {
     const unsigned mask = maskOf(given);
     if (mask == 0) {
@@ -103,7 +103,7 @@ int removeMedia(const Options& options, const Arguments& given)
 
 void addRmCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<RmArguments>();
     CLI::App* const command = app.add_subcommand("rm", "Deletes media of a clip from disk");
     command->add_option("COOKIE", given->cookie, "clip, one channel of it")->required();
     CLI::Option* const high = command->add_flag("--high", given->high, "the full-resolution file");

@@ -25,7 +25,7 @@ constexpr int portMax = 65535;
 constexpr auto gatheringInterval = std::chrono::seconds(1);
 constexpr const char* jsonType = "application/json; charset=utf-8";
 
-struct Arguments
+struct ServeArguments
 {
     int port = 8437;
     std::string address = "127.0.0.1";
@@ -104,7 +104,7 @@ std::string urlOf(const std::string& address, int port)
 }
 
 // False after a message.
-bool takePort(WebServer& server, Arguments& given)
+bool takePort(WebServer& server, ServeArguments& given)
 {
     errno = 0;
     const int port = server.bind(given.address, given.port);
@@ -122,7 +122,7 @@ bool takePort(WebServer& server, Arguments& given)
     return true;
 }
 
-void tellWhere(const Options& options, const Arguments& given)
+void tellWhere(const Options& options, const ServeArguments& given)
 {
     const std::string url = urlOf(given.address, given.port);
     if (options.json)
@@ -131,7 +131,7 @@ void tellWhere(const Options& options, const Arguments& given)
         answer("serving on %s\n", url.c_str());
 }
 
-int serve(const Options& options, Arguments given)
+int serve(const Options& options, ServeArguments given)
 {
     const Interruption interruption;
     // Declared before the server, whose threads read it.
@@ -177,7 +177,7 @@ std::string whyNoAddress(std::string& text)
 
 void addServeCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<ServeArguments>();
     CLI::App* const command = app.add_subcommand(
         "serve", "A web page of locations, offline clips and recordings, until it is interrupted");
     command->add_option("--port", given->port, "port; 0 takes any that is free (default 8437)")

@@ -9,7 +9,7 @@
 
 namespace {
 
-struct Arguments
+struct StatusArguments
 {
     bool offlineOnly = false;
     std::string location;
@@ -36,7 +36,7 @@ bool isWanted(const MediaSummary& summary, bool offlineOnly, const std::optional
            (!location || std::find(locations.begin(), locations.end(), *location) != locations.end());
 }
 
-int showStatus(const Options& options, const Arguments& given)
+int showStatus(const Options& options, const StatusArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -69,7 +69,7 @@ int showStatus(const Options& options, const Arguments& given)
 
 void addStatusCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<StatusArguments>();
     CLI::App* const command =
         app.add_subcommand("status", "Which clips can be reached, where they are, and what to connect");
     command->add_flag("--offline", given->offlineOnly, "only clips that are offline, wholly or in part");

@@ -29,29 +29,29 @@ Sign signAt(const std::string& text, std::size_t at)
     return {code, bytes};
 }
 
-struct Range
+struct CodeRange
 {
     char32_t first;
     char32_t last;
 };
 
 template <std::size_t N>
-bool isWithin(char32_t code, const std::array<Range, N>& ranges)
+bool isWithin(char32_t code, const std::array<CodeRange, N>& ranges)
 {
     return std::any_of(ranges.begin(), ranges.end(),
-                       [code](const Range& range) { return code >= range.first && code <= range.last; });
+                       [code](const CodeRange& range) { return code >= range.first && code <= range.last; });
 }
 
 // Not asked of the C library, which knows widths only after the process has taken a locale.
 unsigned columnsOfSign(char32_t code)
 {
-    static constexpr std::array<Range, 6> none{Range{0x300, 0x36F},   Range{0x200B, 0x200F},
-                                               Range{0x20D0, 0x20FF}, Range{0xFE00, 0xFE0F},
-                                               Range{0xFE20, 0xFE2F}, Range{0xE0100, 0xE01EF}};
-    static constexpr std::array<Range, 9> two{
-        Range{0x1100, 0x115F}, Range{0x2E80, 0xA4CF},   Range{0xAC00, 0xD7A3},
-        Range{0xF900, 0xFAFF}, Range{0xFE30, 0xFE6F},   Range{0xFF00, 0xFF60},
-        Range{0xFFE0, 0xFFE6}, Range{0x1F300, 0x1FAFF}, Range{0x20000, 0x3FFFD}};
+    static constexpr std::array<CodeRange, 6> none{CodeRange{0x300, 0x36F},   CodeRange{0x200B, 0x200F},
+                                                   CodeRange{0x20D0, 0x20FF}, CodeRange{0xFE00, 0xFE0F},
+                                                   CodeRange{0xFE20, 0xFE2F}, CodeRange{0xE0100, 0xE01EF}};
+    static constexpr std::array<CodeRange, 9> two{
+        CodeRange{0x1100, 0x115F}, CodeRange{0x2E80, 0xA4CF},   CodeRange{0xAC00, 0xD7A3},
+        CodeRange{0xF900, 0xFAFF}, CodeRange{0xFE30, 0xFE6F},   CodeRange{0xFF00, 0xFF60},
+        CodeRange{0xFFE0, 0xFFE6}, CodeRange{0x1F300, 0x1FAFF}, CodeRange{0x20000, 0x3FFFD}};
     return isWithin(code, none) ? 0 : isWithin(code, two) ? 2 : 1;
 }
 

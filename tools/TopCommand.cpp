@@ -22,13 +22,13 @@ constexpr double intervalMin = 0.05;
 constexpr double intervalMax = 86400;
 constexpr char noLocations[] = "no media location is known; fsys location add PATH makes one";
 
-struct Arguments
+struct TopArguments
 {
     double intervalS = 1;
     std::uint64_t count = 0;  // 0: no end
 };
 
-Clock::duration intervalOf(const Arguments& given)
+Clock::duration intervalOf(const TopArguments& given)
 {
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(given.intervalS));
 }
@@ -72,7 +72,7 @@ void answerLoads(const Options& options, const std::vector<LocationLoad>& locati
 }
 
 // For scripts: an interval first, so that each answer has its rates.
-int answerEach(const Options& options, const Arguments& given)
+int answerEach(const Options& options, const TopArguments& given)
 {
     const Interruption interruption;
     const Session session(options);
@@ -194,7 +194,7 @@ bool showUntil(Clock::time_point due, const std::vector<LocationLoad>& locations
     return true;
 }
 
-int showOn(int terminal, const Options& options, const Arguments& given)
+int showOn(int terminal, const Options& options, const TopArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -213,7 +213,7 @@ int showOn(int terminal, const Options& options, const Arguments& given)
     return exitDone;
 }
 
-int top(const Options& options, const Arguments& given)
+int top(const Options& options, const TopArguments& given)
 {
     const int terminal = options.json ? -1 : answerTerminal();
     return terminal >= 0 ? showOn(terminal, options, given) : answerEach(options, given);
@@ -223,7 +223,7 @@ int top(const Options& options, const Arguments& given)
 
 void addTopCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<TopArguments>();
     CLI::App* const command =
         app.add_subcommand("top", "Shows how busy the disks of the locations are, and how much room is left");
     command->add_option("--interval", given->intervalS, "seconds between two looks")

@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Arguments
+struct VerifyArguments
 {
     std::vector<std::string> cookies;
     bool all = false;
@@ -19,7 +19,7 @@ struct Arguments
 };
 
 // The media to read; none after a message about a clip that is not known.
-std::optional<std::vector<ListedMedia>> chosenMedia(const Arguments& given)
+std::optional<std::vector<ListedMedia>> chosenMedia(const VerifyArguments& given)
 {
     std::vector<Clip> clips;
     if (given.all)
@@ -38,16 +38,16 @@ std::optional<std::vector<ListedMedia>> chosenMedia(const Arguments& given)
 }
 
 // One file, and how it compares.
-struct Verdict
+struct FileVerdict
 {
     MediaHash read;
     std::string kept;  // hash that the project space holds; empty for none
     const char* status = "ok";
 };
 
-Verdict judge(const ListedMedia& media, const HashBook& book, Progress& progress)
+FileVerdict judge(const ListedMedia& media, const HashBook& book, Progress& progress)
 {
-    Verdict verdict;
+    FileVerdict verdict;
     const LightweightString<wchar_t> path = media.file.getLinkFileName();
     verdict.read = hashOfMedia(path, progress);
     const HashBook::Entry* const kept = book.find(path);
@@ -62,7 +62,7 @@ Verdict judge(const ListedMedia& media, const HashBook& book, Progress& progress
     return verdict;
 }
 
-void tell(const Options& options, const ListedMedia& media, const Verdict& verdict)
+void tell(const Options& options, const ListedMedia& media, const FileVerdict& verdict)
 {
     const std::string file = utf8(media.file.getLinkFileName());
     if (options.json)
@@ -89,7 +89,7 @@ std::uint64_t totalBytes(const std::vector<ListedMedia>& media)
     return bytes;
 }
 
-int verifyMedia(const Options& options, const Arguments& given)
+int verifyMedia(const Options& options, const VerifyArguments& given)
 {
     const Session session(options);
     if (session.failed())
@@ -103,7 +103,7 @@ int verifyMedia(const Options& options, const Arguments& given)
     {
         Progress progress("verify", totalBytes(*media), Progress::Unit::bytes);
         for (const ListedMedia& file : *media) {
-            Verdict verdict = judge(file, book, progress);
+            FileVerdict verdict = judge(file, book, progress);
             const bool unknown = std::string(verdict.status) == "unknown";
             if (given.adopt && unknown) {
                 if (book.add(file.file.getLinkFileName(), verdict.read.bytes, verdict.read.xxh128))
@@ -129,7 +129,7 @@ int verifyMedia(const Options& options, const Arguments& given)
 
 void addVerifyCommand(CLI::App& app, const Options& options, Action& action)
 {
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<VerifyArguments>();
     CLI::App* const command = app.add_subcommand(
         "verify", "Reads media end to end and compares it with the hashes that the project space keeps");
     CLI::Option* const cookies = command->add_option("COOKIE", given->cookies, "clips");

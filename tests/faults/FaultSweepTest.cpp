@@ -19,7 +19,7 @@ protected:
     }
 };
 
-std::string nameOf(const testing::TestParamInfo<Scenario>& info)
+std::string scenarioName(const testing::TestParamInfo<Scenario>& info)
 {
     std::string name;
     bool begins = true;
@@ -65,14 +65,14 @@ TEST_P(SystemFaultSweep, IsSurvivedAndTold)
         .run();
 }
 
-INSTANTIATE_TEST_SUITE_P(Recording, SystemFaultSweep, testing::ValuesIn(recordingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Playing, SystemFaultSweep, testing::ValuesIn(playingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Engine, SystemFaultSweep, testing::ValuesIn(engineScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Recording, FaultSweepOnLinux, testing::ValuesIn(recordingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Playing, FaultSweepOnLinux, testing::ValuesIn(playingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Engine, FaultSweepOnLinux, testing::ValuesIn(engineScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Locations, FaultSweepOnLinux, testing::ValuesIn(locationScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Recording, FaultSweep, testing::ValuesIn(recordingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Playing, FaultSweep, testing::ValuesIn(playingScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Engine, FaultSweep, testing::ValuesIn(engineScenarios()), nameOf);
-INSTANTIATE_TEST_SUITE_P(Locations, FaultSweep, testing::ValuesIn(locationScenarios()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Recording, SystemFaultSweep, testing::ValuesIn(recordingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Playing, SystemFaultSweep, testing::ValuesIn(playingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Engine, SystemFaultSweep, testing::ValuesIn(engineScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Recording, FaultSweepOnLinux, testing::ValuesIn(recordingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Playing, FaultSweepOnLinux, testing::ValuesIn(playingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Engine, FaultSweepOnLinux, testing::ValuesIn(engineScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Locations, FaultSweepOnLinux, testing::ValuesIn(locationScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Recording, FaultSweep, testing::ValuesIn(recordingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Playing, FaultSweep, testing::ValuesIn(playingScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Engine, FaultSweep, testing::ValuesIn(engineScenarios()), scenarioName);
+INSTANTIATE_TEST_SUITE_P(Locations, FaultSweep, testing::ValuesIn(locationScenarios()), scenarioName);

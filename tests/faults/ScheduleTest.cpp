@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr unsigned watchdogSeconds = 120;
-constexpr unsigned failuresShown = 3;
+constexpr unsigned seedSecondsMax = 120;
+constexpr unsigned failedSeedsMax = 3;
 constexpr unsigned long seedsUnasked = sanitized ? 300 : 1500;
 
 unsigned long numberFrom(const char* variable, unsigned long otherwise)
@@ -29,11 +29,11 @@ TEST(Schedule, EverySeedIsAsTheModelSays)
     const unsigned long only = numberFrom("FSYS_SEED", 0);
     const unsigned long first = only != 0 ? only : numberFrom("FSYS_FIRST_SEED", 1);
     const unsigned long count = only != 0 ? 1 : numberFrom("FSYS_SEEDS", seedsUnasked);
-    Watchdog watchdog(watchdogSeconds);
+    Watchdog watchdog(seedSecondsMax);
     Schedule::Counts counts;
     unsigned failed = 0;
     const auto started = std::chrono::steady_clock::now();
-    for (unsigned long seed = first; seed < first + count && failed < failuresShown; ++seed) {
+    for (unsigned long seed = first; seed < first + count && failed < failedSeedsMax; ++seed) {
         watchdog.at("a schedule; repeat it with FSYS_SEED=" + std::to_string(seed));
         Schedule schedule(seed);
         if (const std::string wrong = schedule.run(); !wrong.empty()) {

@@ -1,6 +1,7 @@
 // Callers at the ends of what numbers and limits allow, on the real platform.
 
 #include "EngineFixture.h"
+#include "common/OpenDescriptors.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
@@ -9,11 +10,8 @@
 #include <cerrno>
 #include <climits>
 #include <condition_variable>
-#include <filesystem>
 
 #include <sys/resource.h>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -70,12 +68,6 @@ constexpr bool hasSanitizer()
 #else
     return false;
 #endif
-}
-
-std::size_t openDescriptors()
-{
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
 class HostileCalls : public testing::Test

@@ -3,6 +3,7 @@
 
 #include "EngineFixture.h"
 #include "FileSpy.h"
+#include "common/OpenDescriptors.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
@@ -47,12 +48,6 @@ private:
     bool ended_ = false;
     std::string bytes_;
 };
-
-std::size_t openDescriptors()
-{
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
 
 class HostileLinks : public testing::Test
 {

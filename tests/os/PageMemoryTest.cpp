@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t page = 4096;
+constexpr std::size_t onePage = 4096;
 
 // Every test has its cache for good: its thread may outlive the test.
 PageCache& makeCache()
@@ -44,26 +44,26 @@ TEST(PageMemory, TheOperatingSystemCountsWhatIsOut)
 TEST(PageMemory, FreshBlocksAreZero)
 {
     PageCache& cache = makeCache();
-    void* block = cache.take(nullptr, 3 * page);
-    EXPECT_TRUE(isZero(block, 3 * page));
+    void* block = cache.take(nullptr, 3 * onePage);
+    EXPECT_TRUE(isZero(block, 3 * onePage));
     EXPECT_TRUE(cache.give(block));
 }
 
 TEST(PageMemory, BlocksComeBackForTheirSize)
 {
     PageCache& cache = makeCache();
-    void* first = cache.take(nullptr, 3 * page);
-    void* second = cache.take(nullptr, 3 * page);
+    void* first = cache.take(nullptr, 3 * onePage);
+    void* second = cache.take(nullptr, 3 * onePage);
     EXPECT_NE(first, second);
     EXPECT_TRUE(cache.give(first));
     EXPECT_TRUE(cache.give(second));
-    EXPECT_EQ(cache.keptBytes(), 6 * page);
-    void* other = cache.take(nullptr, 2 * page);
+    EXPECT_EQ(cache.keptBytes(), 6 * onePage);
+    void* other = cache.take(nullptr, 2 * onePage);
     EXPECT_NE(other, first);
     EXPECT_NE(other, second);
     // The last one that came back is the first to go: it is still in the processor's cache.
-    EXPECT_EQ(cache.take(nullptr, 3 * page - 5), second);
-    EXPECT_EQ(cache.take(nullptr, 2 * page + 1), first);
+    EXPECT_EQ(cache.take(nullptr, 3 * onePage - 5), second);
+    EXPECT_EQ(cache.take(nullptr, 2 * onePage + 1), first);
     EXPECT_EQ(cache.keptBytes(), 0U);
     EXPECT_EQ(cache.liveBlocks(), 3U);
     for (void* block : {first, second, other})
@@ -88,11 +88,11 @@ TEST(PageMemory, LengthsThatAreNearEachOtherShareABlock)
 TEST(PageMemory, WhatARecycledBlockHoldsBeyondItsSizeIsZero)
 {
     PageCache& cache = makeCache();
-    auto* block = static_cast<char*>(cache.take(nullptr, 2 * page));
-    std::fill(block, block + 2 * page, 'x');
+    auto* block = static_cast<char*>(cache.take(nullptr, 2 * onePage));
+    std::fill(block, block + 2 * onePage, 'x');
     EXPECT_TRUE(cache.give(block));
-    ASSERT_EQ(cache.take(nullptr, page + 10), block);
-    EXPECT_TRUE(isZero(block + page + 10, page - 10));
+    ASSERT_EQ(cache.take(nullptr, onePage + 10), block);
+    EXPECT_TRUE(isZero(block + onePage + 10, onePage - 10));
     EXPECT_TRUE(cache.give(block));
 }
 
@@ -109,9 +109,9 @@ TEST(PageMemory, WhatIsKeptIsBounded)
     }
     EXPECT_EQ(cache.keptBytes(), PageCache::keptBytesMax);
     // The oldest ones went; a small one pushes out one more.
-    void* small = cache.take(nullptr, page);
+    void* small = cache.take(nullptr, onePage);
     EXPECT_TRUE(cache.give(small));
-    EXPECT_EQ(cache.keptBytes(), PageCache::keptBytesMax - size + page);
+    EXPECT_EQ(cache.keptBytes(), PageCache::keptBytesMax - size + onePage);
     EXPECT_EQ(cache.take(nullptr, size), blocks[5]);
     EXPECT_TRUE(cache.give(blocks[5]));
 }
@@ -119,23 +119,23 @@ TEST(PageMemory, WhatIsKeptIsBounded)
 TEST(PageMemory, BlocksAboveTheBoundAreNotKept)
 {
     PageCache& cache = makeCache();
-    void* small = cache.take(nullptr, page);
+    void* small = cache.take(nullptr, onePage);
     EXPECT_TRUE(cache.give(small));
-    void* huge = cache.take(nullptr, PageCache::keptBytesMax + page);
+    void* huge = cache.take(nullptr, PageCache::keptBytesMax + onePage);
     ASSERT_NE(huge, nullptr);
     EXPECT_TRUE(cache.give(huge));
-    EXPECT_EQ(cache.keptBytes(), page);
+    EXPECT_EQ(cache.keptBytes(), onePage);
     EXPECT_FALSE(cache.give(huge));
 }
 
 TEST(PageMemory, TrimmingGivesBackWhatRestedAndNothingElse)
 {
     PageCache& cache = makeCache();
-    void* live = cache.take(nullptr, page);
-    void* kept = cache.take(nullptr, page);
+    void* live = cache.take(nullptr, onePage);
+    void* kept = cache.take(nullptr, onePage);
     EXPECT_TRUE(cache.give(kept));
     cache.trim(longAgo());
-    EXPECT_EQ(cache.keptBytes(), page);
+    EXPECT_EQ(cache.keptBytes(), onePage);
     cache.trim(PageCache::Clock::now());
     EXPECT_EQ(cache.keptBytes(), 0U);
     EXPECT_EQ(cache.liveBlocks(), 1U);
@@ -147,8 +147,8 @@ TEST(PageMemory, TrimmingGivesBackWhatRestedAndNothingElse)
 TEST(PageMemory, IdleMemoryGoesBackByItself)
 {
     PageCache& cache = makeCache();
-    EXPECT_TRUE(cache.give(cache.take(nullptr, page)));
-    EXPECT_EQ(cache.keptBytes(), page);
+    EXPECT_TRUE(cache.give(cache.take(nullptr, onePage)));
+    EXPECT_EQ(cache.keptBytes(), onePage);
     const auto end = PageCache::Clock::now() + std::chrono::seconds(60);
     while (cache.keptBytes() != 0 && PageCache::Clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -172,7 +172,7 @@ TEST(PageMemory, ThreadsShareTheCache)
     for (unsigned t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             for (unsigned i = 0; i < 500; ++i) {
-                const std::size_t size = page * (1 + (i * 7 + t) % 5);
+                const std::size_t size = onePage * (1 + (i * 7 + t) % 5);
                 auto* block = static_cast<char*>(cache.take(nullptr, size));
                 const char mark = static_cast<char>(t + 1);
                 std::fill(block, block + size, mark);
@@ -191,9 +191,9 @@ TEST(PageMemory, ThreadsShareTheCache)
 TEST(PageMemory, ChunksThatAreEmptyGoBackToTheSystem)
 {
     PageCache& cache = makeCache();
-    void* block = cache.take(nullptr, page);
+    void* block = cache.take(nullptr, onePage);
     EXPECT_EQ(cache.chunksInUse(), 1U);
-    EXPECT_EQ(cache.chunkOf(block, page), 0U);
+    EXPECT_EQ(cache.chunkOf(block, onePage), 0U);
     EXPECT_TRUE(cache.give(block));
     cache.trim(PageCache::Clock::now());
     EXPECT_EQ(cache.chunksInUse(), 0U);
@@ -207,7 +207,7 @@ TEST(PageMemory, WhoUsesChunksHearsThatOneGoesBeforeItMayBeCutAgain)
         void forgetChunk(unsigned chunk) override
         {
             forgotten.push_back(chunk);
-            block = pages.take(nullptr, page);
+            block = pages.take(nullptr, onePage);
         }
         PageCache& pages;
         std::vector<unsigned> forgotten;
@@ -216,11 +216,11 @@ TEST(PageMemory, WhoUsesChunksHearsThatOneGoesBeforeItMayBeCutAgain)
     PageCache& cache = makeCache();
     User user(cache);
     cache.addUser(&user);
-    EXPECT_TRUE(cache.give(cache.take(nullptr, page)));
+    EXPECT_TRUE(cache.give(cache.take(nullptr, onePage)));
     EXPECT_TRUE(user.forgotten.empty());
     cache.trim(PageCache::Clock::now());
     EXPECT_EQ(user.forgotten, std::vector<unsigned>{0});
-    EXPECT_EQ(cache.chunkOf(user.block, page), 1U);
+    EXPECT_EQ(cache.chunkOf(user.block, onePage), 1U);
 
     cache.removeUser(&user);
     EXPECT_TRUE(cache.give(user.block));
@@ -232,7 +232,7 @@ TEST(PageMemory, WhoUsesChunksHearsThatOneGoesBeforeItMayBeCutAgain)
 TEST(PageMemory, BlocksThatTheArenaHasNotAreMappingsOfTheirOwn)
 {
     PageCache& cache = makeCache();
-    constexpr std::size_t large = PageArena::blockBytesMax + page;
+    constexpr std::size_t large = PageArena::blockBytesMax + onePage;
     void* block = cache.take(nullptr, large);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(cache.chunksInUse(), 0U);

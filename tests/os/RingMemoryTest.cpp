@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t page = 4096;
+constexpr std::size_t pageBytes = 4096;
 
 class RingMemoryTest : public testing::Test
 {
@@ -24,7 +24,7 @@ protected:
         if (const int error = ring_.build(8, 32))
             GTEST_SKIP() << "no io_uring here: error " << error;
         memory_.start();
-        fd_ = open(folder_.file("f", std::string(page, 'a') + std::string(page, 'b')).c_str(),
+        fd_ = open(folder_.file("f", std::string(pageBytes, 'a') + std::string(pageBytes, 'b')).c_str(),
                    O_RDONLY | O_CLOEXEC);
         ASSERT_GE(fd_, 0);
     }
@@ -49,7 +49,7 @@ protected:
     }
     std::int64_t read(char* memory, std::uint64_t position, unsigned slot)
     {
-        const Transfer::Step step{fd_, memory, static_cast<unsigned>(page), position, false, false};
+        const Transfer::Step step{fd_, memory, static_cast<unsigned>(pageBytes), position, false, false};
         EXPECT_TRUE(ring_.prepare(TransferKind::read, step, slot, 1));
         EXPECT_EQ(ring_.submit(), 0);
         std::vector<UringRing::Result> results;
@@ -67,60 +67,60 @@ protected:
 
 bool isAll(const char* memory, char byte)
 {
-    return std::all_of(memory, memory + page, [byte](char one) { return one == byte; });
+    return std::all_of(memory, memory + pageBytes, [byte](char one) { return one == byte; });
 }
 
 }  // namespace
 
 TEST_F(RingMemoryTest, AChunkThatIsUsedOftenIsMappedForGood)
 {
-    auto* block = static_cast<char*>(pages_.take(nullptr, 2 * page));
-    const unsigned slot = slotAfterManyUses(block, 2 * page);
+    auto* block = static_cast<char*>(pages_.take(nullptr, 2 * pageBytes));
+    const unsigned slot = slotAfterManyUses(block, 2 * pageBytes);
     ASSERT_NE(slot, UringRing::noSlot);
-    EXPECT_EQ(read(block, 0, slot), static_cast<std::int64_t>(page));
-    EXPECT_EQ(read(block + page, page, slot), static_cast<std::int64_t>(page));
+    EXPECT_EQ(read(block, 0, slot), static_cast<std::int64_t>(pageBytes));
+    EXPECT_EQ(read(block + pageBytes, pageBytes, slot), static_cast<std::int64_t>(pageBytes));
     EXPECT_TRUE(isAll(block, 'a'));
-    EXPECT_TRUE(isAll(block + page, 'b'));
+    EXPECT_TRUE(isAll(block + pageBytes, 'b'));
     EXPECT_TRUE(pages_.give(block));
 }
 
 TEST_F(RingMemoryTest, MemoryOfOthersHasNoSlot)
 {
-    std::string memory(page, 'x');
+    std::string memory(pageBytes, 'x');
     for (unsigned i = 0; i < 2 * RingMemory::usesBefore; ++i)
-        EXPECT_EQ(memory_.slotOf(memory.data(), page), UringRing::noSlot);
+        EXPECT_EQ(memory_.slotOf(memory.data(), pageBytes), UringRing::noSlot);
 }
 
 // Otherwise the kernel would fill the pages that the chunk had before, and the reader see none of it.
 TEST_F(RingMemoryTest, AChunkThatGoesAndComesBackIsMappedAnew)
 {
-    auto* block = static_cast<char*>(pages_.take(nullptr, page));
-    const unsigned slot = slotAfterManyUses(block, page);
+    auto* block = static_cast<char*>(pages_.take(nullptr, pageBytes));
+    const unsigned slot = slotAfterManyUses(block, pageBytes);
     ASSERT_NE(slot, UringRing::noSlot);
     EXPECT_TRUE(pages_.give(block));
     pages_.trim(PageCache::Clock::now());
     ASSERT_EQ(pages_.chunksInUse(), 0U);
 
-    auto* again = static_cast<char*>(pages_.take(nullptr, page));
+    auto* again = static_cast<char*>(pages_.take(nullptr, pageBytes));
     ASSERT_EQ(again, block);
     // The slot is empty: whoever used it now would hear of it.
-    EXPECT_EQ(read(again, page, slot), -EFAULT);
-    EXPECT_EQ(slotAfterManyUses(again, page), slot);
-    EXPECT_EQ(read(again, page, slot), static_cast<std::int64_t>(page));
+    EXPECT_EQ(read(again, pageBytes, slot), -EFAULT);
+    EXPECT_EQ(slotAfterManyUses(again, pageBytes), slot);
+    EXPECT_EQ(read(again, pageBytes, slot), static_cast<std::int64_t>(pageBytes));
     EXPECT_TRUE(isAll(again, 'b'));
     EXPECT_TRUE(pages_.give(again));
 }
 
 TEST_F(RingMemoryTest, WhereTheKernelRefusesItGoesOnWithoutSlots)
 {
-    char* block = static_cast<char*>(pages_.take(nullptr, page));
+    char* block = static_cast<char*>(pages_.take(nullptr, pageBytes));
     ASSERT_TRUE(runRefused(SYS_io_uring_register, [&] {
         for (unsigned i = 0; i < 2 * RingMemory::usesBefore; ++i)
-            EXPECT_EQ(memory_.slotOf(block, page), UringRing::noSlot);
+            EXPECT_EQ(memory_.slotOf(block, pageBytes), UringRing::noSlot);
     }));
     // One refusal is enough to know.
-    EXPECT_EQ(memory_.slotOf(block, page), UringRing::noSlot);
-    EXPECT_EQ(read(block, 0, UringRing::noSlot), static_cast<std::int64_t>(page));
+    EXPECT_EQ(memory_.slotOf(block, pageBytes), UringRing::noSlot);
+    EXPECT_EQ(read(block, 0, UringRing::noSlot), static_cast<std::int64_t>(pageBytes));
     EXPECT_TRUE(isAll(block, 'a'));
     EXPECT_TRUE(pages_.give(block));
 }
@@ -131,9 +131,9 @@ TEST_F(RingMemoryTest, ARingWithoutSlotsHasNone)
     ASSERT_EQ(plain.build(8, 32), 0);
     RingMemory memory(pages_, plain, lock_);
     ASSERT_TRUE(runRefused(SYS_io_uring_register, [&] { memory.start(); }));
-    void* block = pages_.take(nullptr, page);
+    void* block = pages_.take(nullptr, pageBytes);
     for (unsigned i = 0; i < 2 * RingMemory::usesBefore; ++i)
-        EXPECT_EQ(memory.slotOf(block, page), UringRing::noSlot);
+        EXPECT_EQ(memory.slotOf(block, pageBytes), UringRing::noSlot);
     EXPECT_TRUE(pages_.give(block));
     pages_.trim(PageCache::Clock::now());  // nothing to forget
     EXPECT_EQ(pages_.chunksInUse(), 0U);

@@ -11,14 +11,14 @@
 
 namespace {
 
-const std::string defaultPlace = ".local/state/fsys/fsys.log";
+const std::string defaultFile = ".local/state/fsys/fsys.log";
 
 TEST(LogFile, IsMadeWithItsFoldersInTheStateFolderOfTheUser)
 {
     const TempFolder home;
     const auto result = runProbe({{"HOME", home.path()}}, {"log", "hello\n"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(home.read(defaultPlace), "hello\n");
+    EXPECT_EQ(home.read(defaultFile), "hello\n");
     EXPECT_EQ(result.out + result.err, "");
 }
 
@@ -27,14 +27,14 @@ TEST(LogFile, FollowsTheStateFolderThatIsNamed)
     const TempFolder folder;
     runProbe({{"HOME", folder.path()}, {"XDG_STATE_HOME", folder.path("state")}}, {"log", "hello"});
     EXPECT_EQ(folder.read("state/fsys/fsys.log"), "hello");
-    EXPECT_EQ(folder.read(defaultPlace), "(missing)");
+    EXPECT_EQ(folder.read(defaultFile), "(missing)");
 }
 
 TEST(LogFile, ARelativeStateFolderCountsAsNotNamed)
 {
     const TempFolder home;
     runProbe({{"HOME", home.path()}, {"XDG_STATE_HOME", "state"}}, {"log", "hello"});
-    EXPECT_EQ(home.read(defaultPlace), "hello");
+    EXPECT_EQ(home.read(defaultFile), "hello");
 }
 
 TEST(LogFile, IsTheOneThatIsNamed)
@@ -42,7 +42,7 @@ TEST(LogFile, IsTheOneThatIsNamed)
     const TempFolder folder;
     runProbe({{"HOME", folder.path()}, {"FSYS_LOG", folder.path("new/my.log")}}, {"log", "hello"});
     EXPECT_EQ(folder.read("new/my.log"), "hello");
-    EXPECT_EQ(folder.read(defaultPlace), "(missing)");
+    EXPECT_EQ(folder.read(defaultFile), "(missing)");
 }
 
 TEST(LogFile, IsNotMadeBeforeTheFirstText)
@@ -109,13 +109,13 @@ TEST(LogFile, WhatIsNamedAndCannotBeOpenedGivesWayToTheUsualPlace)
     const TempFolder folder;
     folder.write("file", "");
     runProbe({{"HOME", folder.path()}, {"FSYS_LOG", folder.path("file/my.log")}}, {"log", "hello"});
-    EXPECT_EQ(folder.read(defaultPlace), "hello");
+    EXPECT_EQ(folder.read(defaultFile), "hello");
 }
 
 TEST(LogFile, AFolderInItsPlaceDropsTextsForTheLogAlone)
 {
     const TempFolder home;
-    std::filesystem::create_directories(home.path(defaultPlace));
+    std::filesystem::create_directories(home.path(defaultFile));
     const auto result = runProbe({{"HOME", home.path()}}, {"log", "dropped", "both", "shown\n"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "shown\n");
@@ -134,7 +134,7 @@ TEST(LogFile, APipeThatNobodyReadsIsNotWaitedFor)
     ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
     const auto result = runProbe({{"HOME", folder.path()}, {"FSYS_LOG", folder.path("pipe")}}, {"log", "x"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(folder.read(defaultPlace), "x");
+    EXPECT_EQ(folder.read(defaultFile), "x");
 }
 
 TEST(LogFile, TextsOfSeveralProcessesStayWhole)

@@ -14,7 +14,7 @@ namespace os {
 
 namespace {
 
-constexpr unsigned callLimitMs = 2000;
+constexpr unsigned removalLimitMs = 2000;
 
 struct Removal
 {
@@ -54,7 +54,7 @@ void removeAll()
         const std::lock_guard guard(registered().lock);
         removals.swap(registered().removals);
     }
-    BoundedCalls calls(callLimitMs);
+    BoundedCalls calls(removalLimitMs);
     for (const Removal& removal : removals)
         if (removal.process == ::getpid())
             removeNow(removal, calls);
