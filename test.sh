@@ -52,7 +52,7 @@ if [ $quick = no ]; then
     run_tests asan
     build tsan
     run_tests tsan
-    check "clang-tidy" scripts/check-tidy.sh build/asan
+    check "clang-tidy" scripts/check-tidy.sh
     check "fuzz targets" fuzz/run.sh --seconds 20
     check "instructions per request" bench/guard.sh
 fi
