@@ -89,6 +89,7 @@ class Kind:
         self.environment = {**os.environ, "HOME": root + "/home", "FSYS_LOG": root + "/log",
                             "FSYS_PREFS": root + "/preferences"}
         self.counts = collections.Counter()
+        self.left = set()  # temporary files that were counted
 
     def strike(self, number, seconds):
         self.judge(Victim(self.victim(number), self.environment).run_for(seconds))
@@ -115,11 +116,14 @@ class Kind:
         return [json.loads(line) for line in done.stdout.decode().splitlines()]
 
     def sweep(self, folder):
-        """What a save that was killed leaves beside the file: a temporary one, which nothing takes for another."""
+        """What a save that was killed leaves beside the file: one temporary file, which the next save removes."""
         for entry in os.scandir(folder):
-            if entry.name.startswith(".") and entry.name.endswith(".tmp"):
+            if not entry.name.startswith(".") or not entry.name.endswith(".tmp"):
+                continue
+            expect(entry.name.endswith(".fsys-save0.tmp"), "%s stayed beside another" % entry.name)
+            if (entry.name, entry.inode()) not in self.left:
+                self.left.add((entry.name, entry.inode()))
                 self.counts["temporary files left"] += 1
-                os.unlink(entry.path)
 
 
 class Saves(Kind):

@@ -2,12 +2,14 @@
 
 #include "os/LastError.h"
 #include "os/linux/DurableRename.h"
+#include "os/linux/Leftovers.h"
 #include "os/linux/PathText.h"
 #include "os/linux/ScopedFd.h"
 
 #include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,10 +54,14 @@ std::string randomName()
 }
 
 // The file that becomes the new one. Gone at the end of the scope unless it has been renamed.
+//
+// Where locks can be trusted it has one of a few names that say whose it is, and is locked until it is
+// renamed: one that nobody has locked was left by a save that was killed (removeLeftovers). Elsewhere, and
+// while all these names are taken, it has a name that nobody can guess.
 class TemporaryFile
 {
 public:
-    explicit TemporaryFile(std::string folder) : folder_(std::move(folder)) {}
+    explicit TemporaryFile(const std::string& target) : target_(target), folder_(splitPath(target).folder) {}
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile()
@@ -65,22 +71,7 @@ public:
     }
 
     // All return 0 or an errno.
-    int create(mode_t mode)
-    {
-        constexpr int attempts = 16;
-        for (int i = 0; i < attempts; ++i) {
-            const std::string path = folder_ + randomName();
-            file_ =
-                ScopedFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-            if (file_.isOpen()) {
-                path_ = path;
-                return 0;
-            }
-            if (errno != EEXIST)
-                break;
-        }
-        return errno;
-    }
+    int create(mode_t mode) { return createWithOwnName(mode) ? 0 : createWithRandomName(mode); }
 
     int write(const std::string& contents, Progress& progress)
     {
@@ -106,8 +97,9 @@ public:
             errno = 0;
     }
 
-    // Either may be the first to tell of a write that failed.
-    int finish() { return ::fsync(file_.get()) == 0 && file_.close() ? 0 : errno; }
+    // Either may be the first to tell of a write that failed. Closing gives the lock back, too early for one
+    // that is locked; on a disk it tells nothing that the flush did not.
+    int finish() { return ::fsync(file_.get()) == 0 && (isLocked_ || file_.close()) ? 0 : errno; }
 
     int renameTo(const std::string& path)
     {
@@ -118,9 +110,54 @@ public:
     }
 
 private:
-    std::string folder_;
+    bool createWithOwnName(mode_t mode)
+    {
+        if (!hasTrustedLocks(folder_))
+            return false;
+        for (unsigned slot = 0; slot < leftoverNames; ++slot) {
+            const std::string path = leftoverName(target_, slot);
+            const int error = open(path, mode);
+            if (error == 0 && lock(path))
+                return true;
+            if (error != 0 && error != EEXIST)
+                return false;
+        }
+        return false;
+    }
+
+    // Before it was locked somebody may have taken it for a leftover, and another one have its name by now.
+    bool lock(const std::string& path)
+    {
+        isLocked_ = ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0 && isNamed(file_.get(), path);
+        if (isLocked_)
+            path_ = path;
+        return isLocked_;
+    }
+
+    int createWithRandomName(mode_t mode)
+    {
+        constexpr int attempts = 16;
+        int error = EEXIST;
+        for (int i = 0; i < attempts && error == EEXIST; ++i) {
+            const std::string path = folder_ + randomName();
+            error = open(path, mode);
+            if (error == 0)
+                path_ = path;
+        }
+        return error;
+    }
+
+    int open(const std::string& path, mode_t mode)
+    {
+        file_ = ScopedFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+        return file_.isOpen() ? 0 : errno;
+    }
+
+    const std::string& target_;
+    const std::string folder_;
     std::string path_;
     ScopedFd file_;
+    bool isLocked_ = false;
 };
 
 int whyNotReplaceable(const std::string& path, const struct stat& old)
@@ -145,8 +182,9 @@ bool saveAtomically(const std::string& path, const std::string& contents, Progre
     if (const int error = exists ? whyNotReplaceable(target, old) : 0)
         return failWith(error);
 
+    removeLeftovers(target);
     // Private until it carries the rights of the old one.
-    TemporaryFile file(folder);
+    TemporaryFile file(target);
     if (const int error = file.create(exists ? 0600 : 0666))
         return failWith(error);
     if (const int error = file.write(contents, progress))
