@@ -416,6 +416,34 @@ TEST_F(HungMount, APlayerIsShownNoZerosInPlaceOfBytesThatWereLost)
     EXPECT_TRUE(memory == contents);
 }
 
+TEST_F(HungMount, ASmallFileIsReadWithoutZerosInPlaceOfBytesThatWereLost)
+{
+    const std::string contents = noise(300'000);
+    put(hung, "clip", contents);
+    std::string read;
+    EXPECT_TRUE(withLostAnswers(hung, at(hung, "clip"),
+                                [&] { return files().readWholeFile(at(hung, "clip"), 1'000'000, read); }));
+    EXPECT_TRUE(read == contents);
+}
+
+TEST_F(HungMount, ASmallFileIsReadWholeOrNotAtAll)
+{
+    const FaultFs cached(FaultFs::Memory::ofKernel, "davfs");
+    ASSERT_TRUE(cached.mounted());
+    const std::string contents = noise(300'000);
+    for (const FaultFs* const place : std::array<const FaultFs*, 2>{&cached, &hung}) {
+        put(*place, "clip", contents);
+        place->rule("read clip short 0");
+        std::string read = "old";
+        EXPECT_FALSE(files().readWholeFile(at(*place, "clip"), 1'000'000, read));
+        EXPECT_EQ(lastError(), errorFromErrno(EIO));
+        EXPECT_EQ(read, "");
+        place->rule("");
+        EXPECT_TRUE(files().readWholeFile(at(*place, "clip"), 1'000'000, read));
+        EXPECT_TRUE(read == contents);
+    }
+}
+
 // --- beside a good location
 
 TEST_F(HungMount, AnotherLocationIsAnsweredAtOnce)

@@ -51,6 +51,13 @@ ListResult listPattern(const std::string& pattern, Progress& progress)
     return result;
 }
 
+Answers answersOf(const Place& place)
+{
+    if (!place.server)
+        return Answers::whole;
+    return place.mount && cutsAnswers(place.mount->fsType) ? Answers::lostAsZeros : Answers::cut;
+}
+
 void makeItems(const FolderListing& files, std::vector<iFileManager::DirectoryItem>& items)
 {
     items.clear();
@@ -193,11 +200,13 @@ bool LinuxFileManager::renameFile(const Path& from, const Path& to)
 
 bool LinuxFileManager::readWholeFile(const Path& path, std::size_t limit, std::string& contents)
 {
-    ReadResult result = atFound(path, ReadResult(), [limit](const std::string& found, Progress& progress) {
-        ReadResult answer;
-        answer.read = readRegularFile(found, limit, answer.contents, progress);
-        return answer;
-    });
+    const Answers answers = answersOf(placeOf(pathBytes(path)));
+    ReadResult result =
+        atFound(path, ReadResult(), [limit, answers](const std::string& found, Progress& progress) {
+            ReadResult answer;
+            answer.read = readRegularFile(found, limit, answer.contents, progress, answers);
+            return answer;
+        });
     contents = std::move(result.contents);
     return result.read;
 }

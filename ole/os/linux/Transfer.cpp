@@ -7,10 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <limits>
 #include <sched.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -106,20 +104,7 @@ bool Transfer::advance(std::int64_t result)
     return true;
 }
 
-// A server in trouble may answer with less than it was asked for. The kernel takes that for the end of the
-// file, and keeps zeros for what lies behind until it is told to forget them.
-bool Transfer::endsHere() const
-{
-    const std::uint64_t end = position_ + done_;
-    struct statx status = {};
-    if (statx(file_->fd(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &status) != 0)
-        return false;
-    if (status.stx_size <= end)
-        return true;
-    static_cast<void>(posix_fadvise(file_->fd(), static_cast<off_t>(end), static_cast<off_t>(count_ - done_),
-                                    POSIX_FADV_DONTNEED));
-    return false;
-}
+bool Transfer::endsHere() const { return os::endsAt(file_->fd(), position_ + done_, count_ - done_); }
 
 void Transfer::clearRest()
 {

@@ -1,7 +1,9 @@
 #include "os/linux/UncachedRead.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <linux/aio_abi.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -58,6 +60,20 @@ std::int64_t readPastCache(int fd, void* memory, std::size_t count, std::uint64_
     request.aio_nbytes = count;
     request.aio_offset = static_cast<std::int64_t>(position);
     return queue.carryOut(request);
+}
+
+// The kernel takes an answer that is too short for the end of the file, and keeps zeros for what lies behind
+// until it is told to forget them.
+bool endsAt(int fd, std::uint64_t position, std::size_t count)
+{
+    struct statx status = {};
+    if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &status) != 0)
+        return false;
+    if (status.stx_size <= position)
+        return true;
+    static_cast<void>(
+        posix_fadvise(fd, static_cast<off_t>(position), static_cast<off_t>(count), POSIX_FADV_DONTNEED));
+    return false;
 }
 
 }  // namespace os

@@ -17,4 +17,8 @@ namespace os {
 // file system takes. Bytes, fewer when the answer was short, or a negated errno.
 [[nodiscard]] std::int64_t readPastCache(int fd, void* memory, std::size_t count, std::uint64_t position);
 
+// Nothing came from a position: is it the end of the file? Asks the server, which may have answered with less
+// than it was asked for; then what the kernel remembers of the count bytes behind the position is forgotten.
+[[nodiscard]] bool endsAt(int fd, std::uint64_t position, std::size_t count);
+
 }  // namespace os
