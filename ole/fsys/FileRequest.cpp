@@ -6,6 +6,7 @@
 #include "fsys/Fsys.h"
 #include "fsys/FsysBuf.h"
 #include "fsys/FsysFile.h"
+#include "fsys/LeftRequests.h"
 #include "fsys/MemRef.h"
 #include "os/OS.h"
 
@@ -62,8 +63,14 @@ void FileRequest::destroy(FileRequest* request)
 {
     const Qz::Ptr<iThreadEvent> event = request->syncEvent_;
     std::uint32_t seen = request->state_.load(std::memory_order_acquire);
+    // Before it is marked, because its completion may delete it then.
+    const bool isLeft = (seen & IN_FLIGHT) != 0;
+    if (isLeft)
+        LeftRequests::add(request);
     for (;;) {
         if (!(seen & IN_FLIGHT)) {
+            if (isLeft)
+                LeftRequests::remove(request);
             delete request;
             break;
         }
@@ -122,8 +129,10 @@ bool FileRequest::beginFinish()
 
 void FileRequest::finish(FileRequest* request, Status finalStatus)
 {
-    if (request->state_.exchange(finalStatus, std::memory_order_acq_rel) & ORPHAN)
-        delete request;
+    if ((request->state_.exchange(finalStatus, std::memory_order_acq_rel) & ORPHAN) == 0)
+        return;
+    LeftRequests::remove(request);
+    delete request;
 }
 
 void FileRequest::ReadSectorAdjust(unsigned sectorSize)

@@ -60,7 +60,8 @@ private:
 //                          few instructions that this takes.
 //               FINISHING  the completion (or the report of a failed start) has begun; from here on nobody
 //                          adds callers, so none is added to a list that is being delivered.
-//               ORPHAN     the request was destroyed while in flight; whoever ends it deletes it.
+//               ORPHAN     the request was destroyed while in flight; whoever ends it deletes it (or, when
+//                          the platform gave its port up, LeftRequests).
 //             The exchange that publishes the final status is the completion thread's last access: a
 //             request that shows "complete" may be evicted at once.
 // Ownership:  a file's list owns its requests. An in-flight request keeps its buffer and its platform
@@ -202,6 +203,7 @@ public:
 private:
     friend class FsysFile;
     friend class IOCompletionReceiver;
+    friend class LeftRequests;
     friend struct FileRequestTestAccess;
 
     static constexpr std::uint32_t statusMask = 0xFF;
@@ -247,4 +249,5 @@ private:
     Qz::Ptr<iThreadEvent> syncEvent_;  // synchronous requests only; stays set once set
     Qz::Ptr<SyncFileRequest> syncContext_;
     std::vector<Qz::Ptr<SyncFileRequest>> adoptedSyncContexts_;  // of the requests merged into this one
+    FileRequest* nextLeft_ = nullptr;                            // of LeftRequests
 };

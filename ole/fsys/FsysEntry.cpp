@@ -2,6 +2,7 @@
 
 #include "fsys/EngineState.h"
 #include "fsys/Fsys.h"
+#include "fsys/LeftRequests.h"
 #include "os/BackendChoice.h"
 #include "os/BusyWait.h"
 #include "support/Log.h"
@@ -32,6 +33,7 @@ unsigned FsysInitialize()
     const std::lock_guard<std::mutex> hold(startGuard());
     tellBackendOnce();
     if (theFsys == nullptr) {
+        LeftRequests::releaseEnded();
         theFsys = new Fsys;
         Shutdown::addCallback(&FsysUninitialize, shutdownPriority);
     }
@@ -44,6 +46,7 @@ void FsysUninitialize(Shutdown::eExitType /*type*/)
     // Still reachable while it ends: transfers that complete meanwhile settle its counters.
     delete theFsys.load();
     theFsys = nullptr;
+    LeftRequests::releaseEnded();
 }
 
 unsigned FsysOpen(FsysFile** file, const LightweightString<wchar_t>& path, unsigned coalesceLength,

@@ -12,7 +12,8 @@ class MediaDrive;
 // IOCompletionReceiver: where the platform reports finished transfers of the engine.
 //
 // Threads:    executeCommand runs on the threads of the two ports, several at a time, and takes none of
-//             the engine's locks; it must not come to need one, for a close may hold them and wait.
+//             the engine's locks but that of LeftRequests; it must not come to need one, for a close may
+//             hold them and wait.
 // Ownership:  owns both ports. The command that the ports keep points back here without a count.
 class IOCompletionReceiver : public QzDC::Receiver<IOCompletionCommand>
 {

@@ -26,6 +26,7 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <vector>
 
 namespace {
 
@@ -749,4 +750,48 @@ TEST_F(HungMount, TheEngineEndsWithFilesOpenOnAHungServer)
         EXPECT_EQ(reader.read(0, std::as_writable_bytes(std::span(memory))), memory.size());
     }
     FsysUninitialize(Shutdown::eNormalExit);
+}
+
+TEST_F(HungMount, WhatAWriteWithoutAnAnswerNeedsIsGivenBackByALaterEngine)
+{
+    class Data : public iMemHolder
+    {
+    public:
+        explicit Data(std::atomic<bool>& gone) : gone_(gone) {}
+        ~Data() override { gone_ = true; }
+        [[nodiscard]] unsigned char* getBuffer() const override { return bytes_.data(); }
+        [[nodiscard]] unsigned getSize() const override { return static_cast<unsigned>(bytes_.size()); }
+        [[nodiscard]] unsigned getUsed() const override { return getSize(); }
+        void setUsed(unsigned) override {}
+
+    private:
+        std::atomic<bool>& gone_;
+        mutable std::vector<unsigned char> bytes_ =
+            std::vector<unsigned char>(1'000'448);  // whole sectors, too many to gather
+    };
+    std::atomic<bool> gone{false};
+    FsysInitialize();
+    put(hung, "shot", "");
+    FsysFile* file = nullptr;
+    ASSERT_EQ(FsysOpen(&file, at(hung, "shot"), 0, fsysOpenWrite, nullptr), 1U);
+    hung.rule("write * hang");
+    {
+        Qz::Ptr<iMemHolder> data(new Data(gone));
+        Qz::Ptr<iObject> nobody;
+        EXPECT_EQ(file->DirectWrite(data, false, nullptr, nobody, false), 1U);
+    }
+    ASSERT_TRUE(hung.waitUntilFired("write"));
+    EXPECT_TRUE(comesBack("FsysUninitialize", [] {
+        FsysUninitialize(Shutdown::eNormalExit);
+        return true;
+    }));
+    {
+        const Engine engine;
+    }
+    EXPECT_FALSE(gone) << "the server has not answered";
+    hung.rule("");
+    EXPECT_TRUE(becomes([&] {
+        const Engine engine;
+        return gone.load();
+    }));
 }
