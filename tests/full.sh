@@ -23,6 +23,7 @@ step "100,000 schedules" env FSYS_SEEDS=100000 FSYS_FIRST_SEED="${FSYS_FIRST_SEE
     --gtest_filter='Schedule.*'
 step "a folder of a million files" env FSYS_TEST_FOLDER_FILES=1000000 build/dev/tests/fsys/fsys_tests --gtest_brief=1 \
     --gtest_filter=HostileFolders.ALargeFolderIsScannedWhole
+step "memory" tests/memcheck.sh
 step "servers" ctest --preset dev -L network -C full
 step "fuzz targets, 5 minutes each" fuzz/run.sh --seconds 300
 step "crashes, lost power, bad disks, 20 minutes of work" tests/crash/full.sh
