@@ -26,7 +26,7 @@ BINARIES = ["media/media_tests", "faults/fault_tests", "fsys/fsys_tests", "os/os
 
 # Regular expressions of tests that tell nothing more here, or nothing at all, and why.
 LEFT_OUT = {
-    r"/Ring(Workers)?$|^BackendSelect\..*Ring":
+    r"/Ring(Workers)?$|^BackendSelect\..*Ring|^SharedCopies\.|^UringRingTest\.AWakeUp":
         "wait in a ring, which stops all threads here",
     r"^MountedPlaces\.(AServerThatHangs|ADriveWhoseServer|ALinkThatLeads)":
         "ask a server that never answers, which stops all threads here",
