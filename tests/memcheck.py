@@ -32,6 +32,8 @@ LEFT_OUT = {
         "ask a server that never answers, which stops all threads here",
     r"^MediaWriterOnLinux\.(AtTheLargestFile|WithTheKeyThatGathers)":
         "start their own program anew, which is valgrind here",
+    r"^Utf8\.Every(Character|SequenceOfThreeBytes)":
+        "the same for each of millions of texts",
     r"^Playing/FaultSweep\.":
         "a fault at every call of readers, minutes of waiting; the sanitizers run them",
     r"FaultSweepOnLinux\.":
