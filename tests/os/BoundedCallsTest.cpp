@@ -208,6 +208,20 @@ TEST(BoundedCalls, ServesManyThreadsAtOnce)
     EXPECT_EQ(sum, 400);
 }
 
+// On a busy machine a thread may start or wake later than its call is waited for. Here nothing is waited for,
+// so that it happens in some rounds at least.
+TEST(BoundedCalls, AThreadThatComesTooLateForItsCallServesTheNextOne)
+{
+    BoundedCalls calls(endless);
+    for (int round = 0; round < 100; ++round) {
+        const std::string lane = "a" + std::to_string(round % 50);  // a new thread, and later its waking
+        calls.setLimit(0);
+        static_cast<void>(calls.call<int>(lane, answer));
+        const Patience patience(10'000);
+        ASSERT_EQ(calls.call<int>(lane, answer), 42) << "in round " << round;
+    }
+}
+
 // --- patience
 
 TEST(BoundedCalls, APatientCallerWaitsForAStuckMount)

@@ -103,7 +103,7 @@ void CallLane::giveUp(const CallPtr& call)
 {
     if (call->state == State::waiting) {
         waiting_.erase(std::find(waiting_.begin(), waiting_.end(), call));
-        jammed_ = true;
+        jammed_ = !hasFreeThread();  // a free one was only slow to wake
         return;
     }
     call->givenUp = true;
@@ -116,6 +116,12 @@ void CallLane::serve()
     std::unique_lock held(lock_);
     for (;;) {
         ++idle_;
+        // It may have been too slow to start for the call that it was started for, and then no call is left
+        // whose end would tell that the lane is free.
+        if (jammed_ && hasFreeThread()) {
+            jammed_ = false;
+            callEnded_.notify_all();
+        }
         const bool hasWork = workWaits_.wait_for(held, idleMax, [this] { return !waiting_.empty(); });
         --idle_;
         if (!hasWork)

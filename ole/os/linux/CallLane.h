@@ -50,6 +50,8 @@ private:
     using Held = std::unique_lock<std::mutex>;
 
     [[nodiscard]] bool isStuck() const { return stuck_ > 0 || jammed_; }
+    // More threads wait for calls than calls for threads.
+    [[nodiscard]] bool hasFreeThread() const { return idle_ > waiting_.size(); }
     bool waitUntilFree(Held& held, std::chrono::milliseconds limit);
     // Empty when there is no thread for it and none can be started.
     CallPtr add(std::function<void(Progress&)> work);
@@ -68,7 +70,7 @@ private:
     unsigned threads_ = 0;
     unsigned idle_ = 0;
     unsigned stuck_ = 0;   // calls that were given up and still run
-    bool jammed_ = false;  // a call got no thread in its time, and none has ended since
+    bool jammed_ = false;  // a call got no thread in its time, and no thread has become free since
 };
 
 }  // namespace os
