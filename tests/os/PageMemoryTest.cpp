@@ -73,14 +73,14 @@ TEST(PageMemory, BlocksComeBackForTheirSize)
 TEST(PageMemory, LengthsThatAreNearEachOtherShareABlock)
 {
     PageCache& cache = makeCache();
-    void* const block = cache.take(nullptr, 64 * page);
+    void* const block = cache.take(nullptr, 64 * onePage);
     // The next smaller size is an eighth of 32 pages less.
     EXPECT_TRUE(cache.give(block));
     for (const std::size_t pages : {61U, 62U, 63U, 64U}) {
-        EXPECT_EQ(cache.take(nullptr, pages * page), block) << pages;
+        EXPECT_EQ(cache.take(nullptr, pages * onePage), block) << pages;
         EXPECT_TRUE(cache.give(block));
     }
-    void* const shorter = cache.take(nullptr, 60 * page);
+    void* const shorter = cache.take(nullptr, 60 * onePage);
     EXPECT_NE(shorter, block);
     EXPECT_TRUE(cache.give(shorter));
 }
