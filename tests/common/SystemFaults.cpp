@@ -9,9 +9,15 @@
 #include <pthread.h>
 
 // A sanitizer's own, which has to see every thread.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the sanitizer's
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wreserved-identifier"
+#endif
 extern "C" int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)
     __attribute__((weak));
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 namespace system_faults {
 

@@ -19,7 +19,7 @@ using Pace = FakeStage::Pace;
 
 // Real time: long enough for a busy machine, short enough for every transfer that is dropped.
 constexpr unsigned stallLimitMs = 1000;
-constexpr unsigned clip = 1;
+constexpr unsigned playedClip = 1;
 constexpr unsigned linkedClip = 2;
 
 const std::string& playedBytes()
@@ -30,7 +30,7 @@ const std::string& playedBytes()
 
 void prepareMedia(Stage& stage)
 {
-    stage.putBystander(clipFile(clip), playedBytes());
+    stage.putBystander(clipFile(playedClip), playedBytes());
     stage.putBystander("Elsewhere/far.mov", playedBytes());
     stage.putBystander(clipFile(linkedClip), linkTo(stage, "Elsewhere/far.mov"));
     registerStage(stage);
@@ -105,7 +105,7 @@ void playDeferred(Stage& stage)
 void readDeferred(Stage& stage)
 {
     FsysFile* file = nullptr;
-    if (FsysOpen(&file, stage.os(clipFile(clip)), 65536, fsysOpenRead, nullptr) != 1) {
+    if (FsysOpen(&file, stage.os(clipFile(playedClip)), 65536, fsysOpenRead, nullptr) != 1) {
         stage.told("the open failed");
         return;
     }
@@ -149,7 +149,7 @@ void readDeferred(Stage& stage)
 void copy(Stage& stage)
 {
     DecodeFormat format(eHighRes);
-    MediaReader reader(clipNumber(clip), format);
+    MediaReader reader(clipNumber(playedClip), format);
     MediaWriterOptions options;
     options.hash = true;
     options.stallLimitMs = 3000;

@@ -16,7 +16,7 @@ namespace {
 using fake::Op;
 using Pace = FakeStage::Pace;
 
-constexpr unsigned clip = 1;
+constexpr unsigned recordedClip = 1;
 
 void prepareEngine(Stage& stage)
 {
@@ -57,8 +57,8 @@ std::vector<std::uint64_t> writeAll(Stage& stage, MediaWriter& writer, const std
 void checkRecorded(Stage& stage, const MediaRecording& recorded, const std::string& bytes,
                    const std::vector<std::uint64_t>& ends, std::uint64_t flushed)
 {
-    const auto file = stage.get(clipFile(clip));
-    const auto partial = stage.get(clipFile(clip, ".mov.partial"));
+    const auto file = stage.get(clipFile(recordedClip));
+    const auto partial = stage.get(clipFile(recordedClip, ".mov.partial"));
     const auto& left = file ? file : partial;
     stage.check(recorded.complete != static_cast<bool>(recorded.error), "complete and an error, or neither");
     stage.check(recorded.hasFinalName == file.has_value(), "the name is not the one that was told");
@@ -82,31 +82,31 @@ void record(Stage& stage)
     options.stallLimitMs = 3000;
     options.hash = true;
     std::uint64_t flushed = 0;
-    const MaterialFilename name(DiskManager::get_drive(0), fromUTF8("/" + clipFile(clip)));
-    MediaWriter writer(clipNumber(clip), name, options);
+    const MaterialFilename name(DiskManager::get_drive(0), fromUTF8("/" + clipFile(recordedClip)));
+    MediaWriter writer(clipNumber(recordedClip), name, options);
     const auto ends = writeAll(stage, writer, recordedBytes(), 200'000, &flushed);
     const MediaRecording recorded = writer.finish();
     tellOf(stage, "the recorder", recorded.error);
     checkRecorded(stage, recorded, recordedBytes(), ends, flushed);
-    stage.check(SystemCache::fileExists(clipNumber(clip)) == recorded.hasFinalName,
+    stage.check(SystemCache::fileExists(clipNumber(recordedClip)) == recorded.hasFinalName,
                 "the index does not know what became of the recording");
     stage.outcome(recorded.complete ? "complete " + recorded.hash : "not complete");
-    stage.outcomeOf(clipFile(clip));
+    stage.outcomeOf(clipFile(recordedClip));
 }
 
 void recordAndAbandon(Stage& stage)
 {
     MediaWriterOptions options;
     options.stallLimitMs = 3000;
-    MediaWriter writer(stage.os(clipFile(clip)), options);
+    MediaWriter writer(stage.os(clipFile(recordedClip)), options);
     std::uint64_t flushed = 0;
     writeAll(stage, writer, recordedBytes().substr(0, 1'300'000), 300'000, &flushed);
     tellOf(stage, "the recorder", writer.error());
     writer.abandon();
     if (!writer.finish().path.empty())
         stage.told("the recorder: it is left");
-    stage.check(!stage.get(clipFile(clip)), "an abandoned recording has its name");
-    const bool left = stage.get(clipFile(clip, ".mov.partial")).has_value();
+    stage.check(!stage.get(clipFile(recordedClip)), "an abandoned recording has its name");
+    const bool left = stage.get(clipFile(recordedClip, ".mov.partial")).has_value();
     stage.outcome(left ? "left" : "removed");
 }
 

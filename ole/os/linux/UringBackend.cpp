@@ -14,7 +14,7 @@ constexpr unsigned submissionEntries = 256;
 constexpr unsigned completionEntries = 4096;
 constexpr unsigned resultsPerCollect = 32;
 // A kernel short of memory refuses requests for a moment.
-constexpr int refusalsMax = 100;
+constexpr int submissionsMax = 100;
 
 std::uint64_t markOf(LinuxAsyncContext* transfer) { return reinterpret_cast<std::uintptr_t>(transfer); }
 
@@ -109,7 +109,7 @@ void UringBackend::startWaiting(TransferList& failed)
 void UringBackend::handToKernel(TransferList& failed)
 {
     int error = ring_.submit();
-    for (int i = 0; passes(error) && i < refusalsMax; ++i) {
+    for (int i = 0; passes(error) && i < submissionsMax; ++i) {
         sched_yield();
         error = ring_.submit();
     }
