@@ -8,6 +8,7 @@
 #include "fsys/FsysFile.h"
 #include "fsys/LeftRequests.h"
 #include "fsys/MemRef.h"
+#include "os/LastError.h"
 #include "os/OS.h"
 
 #include <algorithm>
@@ -165,8 +166,10 @@ unsigned FileRequest::WriteSectorAdjust(unsigned sectorSize, const Qz::Ptr<iMemH
         auto* sector = new FileRequest(false, sectorSize, position_ - r, coalescable_, false, segment, file_,
                                        nullptr, Qz::Ptr<iObject>());
         sector->markOrphan();
-        if (file_->LowLevelAsyncWrite(sector) != started)
+        if (file_->LowLevelAsyncWrite(sector) != started) {
+            file_->tellLoss(sector->position_, sectorSize, lastError());
             delete sector;
+        }
         fill = 0;
     }
     sectorOffset_ += static_cast<std::int32_t>(n);

@@ -1,6 +1,7 @@
 // Writes whose bytes are no whole sectors: what is staged, and what the platform is asked for.
 
 #include "EngineFixture.h"
+#include "os/LastError.h"
 
 #include <gmock/gmock.h>
 
@@ -112,4 +113,12 @@ TEST_F(WriteStagingTest, TheWholeSectorsInTheMiddleAreSentFromTheirPlaceInTheDat
     }
     EXPECT_EQ(2U, calls.count());
     FsysFileTestAccess::segmentFill(*file) = 0;
+}
+
+TEST_F(WriteStagingTest, AFirstSectorThatIsRefusedTellsTheLog)
+{
+    os.faults().failNext(fake::Op::asyncWrite, errorFromErrno(EIO));
+    adjusted(10, 1014, Qz::Ptr<iMemHolder>(new TestData(std::string(512, '.'))));
+    EXPECT_THAT(logged.logs(), testing::Contains(testing::HasSubstr(
+                                   "512 bytes at 0 were not written (Input/output error)")));
 }
