@@ -112,9 +112,9 @@ def latency_rows():
         for block in (4 * KIB, MIB):
             yield Row(name=f"{size_text(block)}, one at a time, {cache}",
                       work={"block": block, "depth": 1, "random": block < MIB, "mode": cache},
-                      peers=["fsys", "fsys-threads", "fsys-busy", "relay", "pread", "uring"],
-                      metrics=[Metric("latency_us.call.p50", "call us, p50", more_is_better=False),
-                               Metric("latency_us.to_data.p50", "to data us, p50", more_is_better=False),
+                      peers=["fsys", "fsys-threads", "fsys-busy", "pread", "relay", "uring"],
+                      metrics=[Metric("latency_us.to_data.p50", "to data us, p50", more_is_better=False),
+                               Metric("latency_us.call.p50", "call us, p50", more_is_better=False),
                                Metric("latency_us.to_caller.p50", "to caller us, p50", more_is_better=False),
                                Metric("latency_us.to_data.p99", "to data us, p99", more_is_better=False), CPU])
     # The way from call to data, seen from the platform below the engine.

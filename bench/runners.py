@@ -110,8 +110,8 @@ class Runner:
                 options |= {"coalescable": True, "deferred": True}
                 if peer == "fsys-deferred-deep":
                     # By default 31 deferred reads start a pass and more than 60 are refused, however many the caller
-                    # would keep under way. Here a pass starts two fifths of them and the next two gather meanwhile.
-                    environment |= {"FSYS_CFG_ForcePollLimit": str(work["depth"] * 2 // 5)}
+                    # would keep under way. Here a pass starts half of them, or 127: the next ones gather meanwhile.
+                    environment |= {"FSYS_CFG_ForcePollLimit": str(min(work["depth"] // 2, 128) - 2)}
         elif peer == "pread-1":
             name = "pread"
             options["depth"] = 1
