@@ -56,12 +56,20 @@ int renameWithoutReplacing(const std::string& from, const std::string& to)
     return isMissingHere(errno) ? renameByLink(from, to) : errno;
 }
 
+// xfs says that a folder is synchronised when its disk has died a moment before and nothing of it was
+// written. Whatever else the dead disk is asked fails.
+bool syncOnLivingDisk(int fd)
+{
+    struct stat status = {};
+    return ::fsync(fd) == 0 && ::fstat(fd, &status) == 0;
+}
+
 }  // namespace
 
 int syncFolder(const std::string& folder)
 {
     const ScopedFd fd(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd.isOpen() && ::fsync(fd.get()) == 0)
+    if (fd.isOpen() && syncOnLivingDisk(fd.get()))
         return 0;
     return promisesNothing(errno) ? 0 : errno;
 }
