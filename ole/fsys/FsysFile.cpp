@@ -4,7 +4,6 @@
 #include "fsys/EngineConfig.h"
 #include "fsys/FsysFlags.h"
 #include "fsys/FsysPoll.h"
-#include "fsys/LinkCheck.h"
 #include "fsys/LinkTargets.h"
 #include "fsys/MaterialLink.h"
 #include "os/Codes.h"
@@ -123,7 +122,7 @@ unsigned FsysFile::checkThatIsNoLink() const
         OS()->getFileManager()->open(path_, os::accessRead, os::creationOpen, os::shareAll, os::modePlain);
     if (!isUsable(reader))
         return lastError();
-    const std::optional<bool> isLink = tellLink(*reader);
+    const std::optional<bool> isLink = MaterialLink::tellLink(*reader);
     if (!isLink)
         return lastError();
     return *isLink ? errorFromErrno(EAGAIN) : 1;

@@ -7,7 +7,6 @@
 #include "Qz/Assert.h"
 #include "Qz/Ptr.h"
 #include "Qz/Utf8.h"
-#include "fsys/LinkCheck.h"
 #include "os/Codes.h"
 #include "os/LastError.h"
 #include "os/OS.h"
@@ -93,7 +92,18 @@ bool MaterialLink::isLink(const LightweightString<wchar_t>& osPath)
     return readStart(osPath, contents) && !startsWithRiff(contents);
 }
 
-bool MaterialLink::isLink(iFile& file) { return tellLink(file).value_or(false); }
+std::optional<bool> MaterialLink::tellLink(iFile& file)
+{
+    FILE_INFO info;
+    if (!file.getInfo(&info))
+        return {};
+    if (info.size != linkFileSize)
+        return false;
+    Buffer<linkFileSize> contents{};
+    if (!file.read(0, contents.data(), contents.size(), nullptr))
+        return {};
+    return !startsWithRiff(contents);
+}
 
 bool MaterialLink::createLink(const LightweightString<wchar_t>& osPath,
                               const LightweightString<wchar_t>& target, bool overwrite)

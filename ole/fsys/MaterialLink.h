@@ -6,6 +6,7 @@
 #include "os/iFile.h"
 
 #include <cstdint>
+#include <optional>
 
 // MaterialLink: link files, which stand on one media location for media that lies elsewhere.
 //
@@ -32,8 +33,10 @@ public:
     [[nodiscard]] static bool linkedFileExists(const MaterialFilename& file);
     // True when osPath has the form of a link; false when it cannot be read. The target is not looked for.
     [[nodiscard]] static bool isLink(const LightweightString<wchar_t>& osPath);
-    // The same for a file that is open for reading. False when its size or start cannot be told.
-    [[nodiscard]] static bool isLink(iFile& file);
+    // The same for a file that is open for reading. Nothing, with the last error set, when its size or start
+    // cannot be told: such a file must not be taken for media, for it may be readable a moment later, and
+    // what is read then are the bytes of the link.
+    [[nodiscard]] static std::optional<bool> tellLink(iFile& file);
 
     // Writes a link at osPath; true when it was written whole. Without overwrite the file must not exist.
     // With overwrite an existing file of at most 512 bytes is rewritten; a longer one is media: it stays

@@ -3,7 +3,6 @@
 #include "Qz/Utf8.h"
 #include "fsys/FsysEntry.h"
 #include "fsys/FsysFile.h"
-#include "fsys/LinkCheck.h"
 #include "fsys/MaterialLink.h"
 #include "media/MediaWriter.h"
 #include "os/Codes.h"
@@ -131,7 +130,7 @@ MediaError ReadSource::open()
     // The size of the path could not be told a moment ago: what is open now is the link, not the media.
     if (isLink_)
         return {};
-    const std::optional<bool> isLinkItself = tellLink(*handle_);
+    const std::optional<bool> isLinkItself = MaterialLink::tellLink(*handle_);
     if (!isLinkItself)
         return failure(lastError());
     return *isLinkItself ? error(MediaErrorCode::offline) : MediaError();
