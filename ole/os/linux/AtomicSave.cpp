@@ -71,7 +71,11 @@ public:
     }
 
     // All return 0 or an errno.
-    int create(mode_t mode) { return createWithOwnName(mode) ? 0 : createWithRandomName(mode); }
+    int create(mode_t mode)
+    {
+        const bool hasOwnName = hasTrustedLocks(folder_) && createWithOwnName(mode);
+        return hasOwnName ? 0 : createWithRandomName(mode);
+    }
 
     int write(const std::string& contents, Progress& progress)
     {
@@ -112,8 +116,7 @@ public:
 private:
     bool createWithOwnName(mode_t mode)
     {
-        if (!hasTrustedLocks(folder_))
-            return false;
+        removeLeftovers(target_);
         for (unsigned slot = 0; slot < leftoverNames; ++slot) {
             const std::string path = leftoverName(target_, slot);
             const int error = open(path, mode);
@@ -182,7 +185,6 @@ bool saveAtomically(const std::string& path, const std::string& contents, Progre
     if (const int error = exists ? whyNotReplaceable(target, old) : 0)
         return failWith(error);
 
-    removeLeftovers(target);
     // Private until it carries the rights of the old one.
     TemporaryFile file(target);
     if (const int error = file.create(exists ? 0600 : 0666))

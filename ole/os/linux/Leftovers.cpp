@@ -75,8 +75,6 @@ bool isNamed(int fd, const std::string& path)
 
 void removeLeftovers(const std::string& path)
 {
-    if (!hasTrustedLocks(splitPath(path).folder))
-        return;
     for (unsigned slot = 0; slot < leftoverNames; ++slot)
         removeIfDead(leftoverName(path, slot), path);
 }

@@ -24,7 +24,7 @@ inline constexpr unsigned leftoverNames = 4;
 [[nodiscard]] bool hasTrustedLocks(const std::string& folder);
 // path is still the name of the open file.
 [[nodiscard]] bool isNamed(int fd, const std::string& path);
-// REQUIRES: path is the saved file itself and no link to it.
+// REQUIRES: path is the saved file itself and no link to it, and locks are trusted in its folder.
 void removeLeftovers(const std::string& path);
 
 }  // namespace os

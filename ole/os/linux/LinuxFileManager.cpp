@@ -85,11 +85,16 @@ template <class Result, class Work>
 Result LinuxFileManager::atNamed(const Path& path, Result failed, Work work)
 {
     const std::string named = pathBytes(path);
+    return at(placeOf(named), named, std::move(failed), std::move(work));
+}
+
+template <class Result, class Work>
+Result LinuxFileManager::at(const Place& place, const std::string& named, Result failed, Work work)
+{
     if (named.empty()) {
         setLastErrno(ENOENT);
         return failed;
     }
-    const Place place = placeOf(named);
     if (!place.server) {
         Progress unused;
         return work(named, unused);
@@ -200,11 +205,13 @@ bool LinuxFileManager::renameFile(const Path& from, const Path& to)
 
 bool LinuxFileManager::readWholeFile(const Path& path, std::size_t limit, std::string& contents)
 {
-    const Answers answers = answersOf(placeOf(pathBytes(path)));
+    const std::string bytes = pathBytes(path);
+    const Place place = placeOf(bytes);
+    const Answers answers = answersOf(place);
     ReadResult result =
-        atFound(path, ReadResult(), [limit, answers](const std::string& found, Progress& progress) {
+        at(place, bytes, ReadResult(), [limit, answers](const std::string& named, Progress& progress) {
             ReadResult answer;
-            answer.read = readRegularFile(found, limit, answer.contents, progress, answers);
+            answer.read = readRegularFile(pathAsFound(named), limit, answer.contents, progress, answers);
             return answer;
         });
     contents = std::move(result.contents);

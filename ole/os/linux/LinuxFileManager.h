@@ -62,7 +62,10 @@ private:
     // copies what it uses, for it may outlive this call.
     template <class Result, class Work>
     Result atNamed(const Path& path, Result failed, Work work);
-    // The same with the path as it is found on disk: as named, or with backslashes translated.
+    // The same for who knows the place of these bytes already.
+    template <class Result, class Work>
+    Result at(const Place& place, const std::string& named, Result failed, Work work);
+    // As atNamed with the path as it is found on disk: as named, or with backslashes translated.
     template <class Result, class Work>
     Result atFound(const Path& path, Result failed, Work work);
 
