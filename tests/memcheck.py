@@ -190,7 +190,7 @@ def main():
               sum(part.ran for part in done), len(done), sum(part.errors for part in done),
               sum(part.leaked for part in done), sum(part.descriptors for part in done),
               sum(bool(part.problems) for part in done), used.ru_utime + used.ru_stime))
-    return 1 if not done or any(part.problems for part in done) else 0
+    return 1 if not done or any(part.problems or part.errors or part.leaked for part in done) else 0
 
 
 if __name__ == "__main__":

@@ -1,7 +1,7 @@
 // Callers at the ends of what numbers and limits allow, on the real platform.
 
 #include "EngineFixture.h"
-#include "common/OpenDescriptors.h"
+#include "common/HeldByProcess.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
@@ -136,10 +136,10 @@ TEST_F(HostileCalls, TwentyThousandOpensWithFewDescriptorsFailCleanlyBeyondTheLi
     const LightweightString<wchar_t> path = wide(folder.file("a.mov", pattern(1000)));
     FsysFile* first = nullptr;  // makes the ports, which take descriptors of their own
     ASSERT_EQ(1U, FsysOpen(&first, path, 65536, fsysOpenRead, nullptr));
-    const std::size_t before = openDescriptors();
+    const long before = descriptorsHeld();
     std::vector<FsysFile*> files;
     {
-        const DescriptorLimit limit(before + 40);
+        const DescriptorLimit limit(static_cast<rlim_t>(before) + 40);
         for (int i = 0; i < 20000; ++i) {
             FsysFile* file = nullptr;
             if (FsysOpen(&file, path, 65536, fsysOpenRead, nullptr) == 1) {
@@ -160,7 +160,7 @@ TEST_F(HostileCalls, TwentyThousandOpensWithFewDescriptorsFailCleanlyBeyondTheLi
         EXPECT_EQ(files.size(), ends->good());
         for (FsysFile* file : files)
             EXPECT_EQ(1U, FsysClose(file, nullptr));
-        EXPECT_EQ(before, openDescriptors());
+        EXPECT_EQ(before, descriptorsHeld());
         FsysFile* again = nullptr;
         EXPECT_EQ(1U, FsysOpen(&again, path, 65536, fsysOpenRead, nullptr));
         EXPECT_EQ(1U, FsysClose(again, nullptr));

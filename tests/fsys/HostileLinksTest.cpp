@@ -3,7 +3,7 @@
 
 #include "EngineFixture.h"
 #include "FileSpy.h"
-#include "common/OpenDescriptors.h"
+#include "common/HeldByProcess.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
@@ -130,7 +130,7 @@ TEST_F(HostileLinks, OneStepIsTakenAndNoMore)
 TEST_F(HostileLinks, TargetsThatAreNoFileAreNotOpenedAndLeaveNothingBehind)
 {
     folder.folder("folder");
-    const std::size_t descriptors = openDescriptors();
+    const long descriptors = descriptorsHeld();
     for (const std::string& contents :
          {linkTo(""), linkTo(folder / "missing.mov"), linkTo(folder / "folder"), linkTo(folder / "folder/"),
           std::string(linkSize, 'x'), std::string(linkSize, '/'), "\xff" + std::string(linkSize - 1, '\xfe'),
@@ -138,16 +138,16 @@ TEST_F(HostileLinks, TargetsThatAreNoFileAreNotOpenedAndLeaveNothingBehind)
         EXPECT_EQ("not opened", readThrough(contents, 5)) << contents.c_str();
         EXPECT_THAT(errnoFromError(error), AnyOf(ENOENT, EISDIR, ENOTDIR, ENAMETOOLONG)) << contents.c_str();
     }
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, descriptorsHeld());
 }
 
 TEST_F(HostileLinks, APipeAsTargetHoldsUpNobody)
 {
     ASSERT_EQ(0, ::mkfifo((folder / "pipe").c_str(), 0600));
-    const std::size_t descriptors = openDescriptors();
+    const long descriptors = descriptorsHeld();
     const std::string read = readThrough(linkTo(folder / "pipe"), 5);
     EXPECT_THAT(read, AnyOf("not opened", "failed"));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, descriptorsHeld());
 }
 
 TEST_F(HostileLinks, OfAnotherSizeTheyAreMedia)

@@ -1,5 +1,6 @@
 #include "os/linux/AtomicSave.h"
 
+#include "Save.h"
 #include "common/TemporaryFolder.h"
 #include "os/LastError.h"
 
@@ -16,12 +17,6 @@ using namespace os;
 namespace fs = std::filesystem;
 
 namespace {
-
-bool save(const std::string& path, const std::string& contents)
-{
-    Progress progress;
-    return saveAtomically(path, contents, progress);
-}
 
 std::size_t entriesIn(const std::string& folder)
 {

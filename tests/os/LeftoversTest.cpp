@@ -1,7 +1,7 @@
 #include "os/linux/Leftovers.h"
 
+#include "Save.h"
 #include "common/TemporaryFolder.h"
-#include "os/linux/AtomicSave.h"
 #include "os/linux/ScopedFd.h"
 
 #include <algorithm>
@@ -22,12 +22,6 @@ using namespace os;
 namespace fs = std::filesystem;
 
 namespace {
-
-bool save(const std::string& path, const std::string& contents)
-{
-    Progress progress;
-    return saveAtomically(path, contents, progress);
-}
 
 std::vector<std::string> namesIn(const std::string& folder)
 {
