@@ -16,7 +16,7 @@ public:
     void set() override
     {
         const Qz::Ptr<iThreadEvent> target = target_;
-        stages_.pass(station::kicked);
+        stages_.pass(kicked);
         target->set();
     }
     void reset() override { target_->reset(); }
@@ -25,7 +25,7 @@ public:
     {
         const bool came = target_->wait(timeoutMs);
         if (came)
-            stages_.pass(station::woken);
+            stages_.pass(woken);
         return came;
     }
 
@@ -55,7 +55,7 @@ public:
     bool asyncRead(std::uint64_t position, void* buffer, std::size_t count,
                    const Qz::Ptr<iAsyncContext>& context) override
     {
-        stages_.pass(station::handed);
+        stages_.pass(handed);
         return ForwardingFile::asyncRead(position, buffer, count, context);
     }
 
@@ -85,7 +85,7 @@ public:
     Receiver(Stages& stages, const IOCompletionCommand& command) : stages_(stages), command_(command) {}
     int executeCommand(IOCompletionCommand&, CompletionPortHandlerCallbackContext& context) override
     {
-        stages_.pass(station::completed);
+        stages_.pass(completed);
         command_.execute(context);
         return 1;
     }
@@ -127,23 +127,23 @@ Stages::Stages() : platform_(new Platform(*this, *OS())) { setOS(platform_.get()
 
 Stages::~Stages() { setOS(nullptr); }
 
-void Stages::pass(unsigned place)
+void Stages::pass(Station station)
 {
     SteadyClock::rep none = 0;
-    times_[place].compare_exchange_strong(none, SteadyClock::now().time_since_epoch().count());
+    times_[station].compare_exchange_strong(none, SteadyClock::now().time_since_epoch().count());
 }
 
 void Stages::begin()
 {
     for (auto& time : times_)
         time = 0;
-    pass(station::asked);
+    pass(asked);
 }
 
 void Stages::end()
 {
     // The poll thread's own timer was faster than the kick.
-    if (times_[station::woken] == 0 || times_[station::woken] > times_[station::handed])
+    if (times_[woken] == 0 || times_[woken] > times_[handed])
         return;
     for (std::size_t i = 0; i < durations_.size(); ++i)
         durations_[i].push_back(microseconds(SteadyClock::duration(times_[i + 1] - times_[i])));

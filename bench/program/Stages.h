@@ -27,7 +27,7 @@ public:
     Stages& operator=(const Stages&) = delete;
 
     void begin();
-    void delivered() { pass(station::delivered); }
+    void delivered() { pass(calledBack); }
     // Takes the read that has ended into account.
     void end();
     // Forgets what was taken into account.
@@ -36,10 +36,7 @@ public:
     void addTo(Json& report) const;
 
 private:
-    struct station
-    {
-        enum : unsigned { asked, kicked, woken, handed, completed, delivered, count };
-    };
+    enum Station : unsigned { asked, kicked, woken, handed, completed, calledBack, stationCount };
     class Event;
     class Threads;
     class File;
@@ -48,9 +45,9 @@ private:
     class Platform;
 
     // The first time counts: the poll thread goes on to look for more.
-    void pass(unsigned place);
+    void pass(Station station);
 
-    std::array<std::atomic<SteadyClock::rep>, station::count> times_{};
-    std::array<std::vector<double>, station::count - 1> durations_;
+    std::array<std::atomic<SteadyClock::rep>, stationCount> times_{};
+    std::array<std::vector<double>, stationCount - 1> durations_;
     std::unique_ptr<Platform> platform_;
 };
